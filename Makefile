@@ -1,0 +1,30 @@
+# make demo: run the daemon on the simulated phone8 device.
+# make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
+JOBS ?= 2
+BUILD ?= build
+ASAN_BUILD ?= build-asan
+
+.PHONY: all deps build build-asan test test-asan demo bench clean
+
+all: build
+
+deps:
+	@bash tools/install-deps.sh
+
+build: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(BUILD) -j$(JOBS)
+
+build-asan: deps
+	@CC=clang CXX=clang++ cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTARN_SANITIZE=ON >/dev/null
+	@cmake --build $(ASAN_BUILD) -j$(JOBS)
+
+test: build build-asan
+	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+	@cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
+
+demo: build
+	@bash sim/demo.sh
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD)

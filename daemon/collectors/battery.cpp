@@ -1,0 +1,6 @@
+// Placeholder until this collector lands.
+#include "collectors/collectors.h"
+
+int32_t collect_battery_stats_init() { return 0; }
+int32_t collect_battery_stats_exit() { return 0; }
+int32_t collect_battery_stats_hndl(uint64_t) { return -1; }

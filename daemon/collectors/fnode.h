@@ -1,0 +1,49 @@
+// The node table: kernel files kept open from the CPU collector's init to its exit and rewound
+// before every read, and the record-buffer conventions shared by the table-reading handlers.
+#pragma once
+
+#include <stdint.h>
+#include <stdio.h>
+
+struct fnode {
+    int32_t type;      // KPI id of the collector that reads the row; descriptive only
+    FILE* fp;          // open read-only stream, or null
+    const char* path;  // null: never opened
+};
+
+// Row positions. The CPU rows are eight groups of four, one per cluster slot; only the first
+// group carries paths, which are relative to a cpufreq policy directory.
+enum {
+    FNODE_CPU_BASE = 0,
+    FNODE_CPU_ROWS = 64,
+    FNODE_CPU_GROUP_ROWS = 4,
+    FNODE_CPU_CUR_FREQ = 0,
+    FNODE_CPU_RELATED_CPUS = 1,
+    FNODE_CPU_TIME_IN_STATE = 2,
+    FNODE_CPU_TRANS_TABLE = 3,
+    FNODE_PROC_STAT = FNODE_CPU_BASE + FNODE_CPU_ROWS,
+    FNODE_SPARE,
+    FNODE_GPU_CUR_FREQ,
+    FNODE_GPU_TRANS_STAT,
+    FNODE_GPU_BUSY,
+    FNODE_DDR_CUR_FREQ,
+    FNODE_LPM_BASE,
+    FNODE_LPM_ROWS = 20,
+    FNODE_LPM_WLAN = 19,  // index within the LPM rows
+    FNODE_BRIGHTNESS = FNODE_LPM_BASE + FNODE_LPM_ROWS,
+    FNODE_FPS,
+    FNODE_COUNT,
+};
+
+extern struct fnode g_fnode_table[FNODE_COUNT];
+
+// Size of a handler's record buffer.
+#define RECORD_BUFLEN 4096
+
+// Opens every row from /proc/stat on that has a path (read-only; a failure leaves the row null),
+// and closes every open row.
+void fnode_open_all();
+void fnode_close_all();
+
+// Rewinds the row's stream and returns it, or null when the row is not open.
+FILE* fnode_rewind(int index);

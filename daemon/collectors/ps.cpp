@@ -1,0 +1,4 @@
+// Placeholder until this collector lands.
+#include "collectors/collectors.h"
+
+int32_t collect_ps_stats_hndl(uint64_t) { return -1; }

@@ -1,0 +1,2 @@
+// Placeholder until the daemon's start-up lands.
+int main() { return 0; }

@@ -1,0 +1,4 @@
+// Host stand-in for <log/log.h>.
+#pragma once
+
+#include <android/log.h>

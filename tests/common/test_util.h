@@ -1,0 +1,19 @@
+// Small helpers shared by the tests.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+namespace tarn_test {
+
+// Writes `content` to `path` in place (truncating), creating missing parent directories.
+void write_file(const std::string& path, const std::string& content);
+// Whole content of `path`, or "" when it cannot be read.
+std::string read_file(const std::string& path);
+void make_dirs(const std::string& path);
+// Polls `cond` every 20 ms until it holds or `timeout` passes; returns its last value.
+bool wait_until(const std::function<bool()>& cond,
+                std::chrono::milliseconds timeout = std::chrono::seconds(30));
+
+}  // namespace tarn_test
