@@ -1,0 +1,3 @@
+#include "animate.h"
+
+void animate_lpm(const std::string&, unsigned) {}

@@ -1,0 +1,3 @@
+#include "animate.h"
+
+void animate_power(const std::string&, unsigned) {}

@@ -1,0 +1,3 @@
+#include "animate.h"
+
+void animate_thermal(const std::string&, unsigned) {}
