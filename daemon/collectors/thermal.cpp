@@ -1,6 +1,363 @@
-// Placeholder until this collector lands.
-#include "collectors/collectors.h"
+// Thermal collector: the highest cooling state per group of cooling devices (KPI 1001), the
+// highest temperature per group of thermal zones plus the skin thermistors and the battery
+// current (KPI 1000), and the clocks of three CPUs, the GPU and DDR (KPI 1002).
+//
+// Init matches every zone and cooling-device type once against the group tables and marks the
+// indices of interest; the handler reads only marked nodes. Every node is opened and closed at
+// each reading.
+#include <ctype.h>
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-int32_t collect_thermal_stats_init() { return 0; }
-int32_t collect_thermal_stats_exit() { return 0; }
-int32_t collect_thermal_stats_hndl(uint64_t) { return -1; }
+#include "collectors/collectors.h"
+#include "collectors/thermal_groups.h"
+#include "core/tarn_log.h"
+#include "report/zel_helper.h"
+
+#define THERMAL_CLASS_DIR "/sys/devices/virtual/thermal"
+#define THERMAL_ZONE_PREFIX THERMAL_CLASS_DIR "/thermal_zone"
+#define THERMAL_COOLING_PREFIX THERMAL_CLASS_DIR "/cooling_device"
+#define THERMAL_BATTERY_CURRENT "/sys/class/power_supply/battery/current_now"
+#define THERMAL_CPU_PREFIX "/sys/devices/system/cpu/cpu"
+#define THERMAL_GPU_CLOCK "/sys/class/gfxd/gfxd-3d0/gpuclk"
+#define THERMAL_DDR_CLOCK "/sys/kernel/debug/clk/measure_only_mccc_clk/clk_measure"
+
+#define KPI_ID_THERMAL_ZONE 1000
+#define KPI_ID_THERMAL_COOLING 1001
+#define KPI_ID_THERMAL_CPUINFO 1002
+
+#define THERMAL_FLAG_ALL 0x4000000000000000ULL
+#define THERMAL_FLAG_ZONE (THERMAL_FLAG_ALL | 0x1ULL)
+#define THERMAL_FLAG_COOLING (THERMAL_FLAG_ALL | 0x2ULL)
+#define THERMAL_FLAG_CPUINFO (THERMAL_FLAG_ALL | 0x4ULL)
+
+// CPUs whose clock goes into the clock record: 0, 6 and 7.
+#define THERMAL_CPU_MASK 0xC1u
+#define THERMAL_CPU_SLOTS 8
+
+#define THERMAL_NAME_LEN 1024
+#define THERMAL_PATH_LEN 256
+#define THERMAL_RECORD_LEN 16384
+#define THERMAL_CLOCK_RECORD_LEN 4096
+
+namespace {
+
+struct thermal_state {
+    int32_t num_cpu;
+    int32_t num_tz;  // subdirectories of the class directory: zones and cooling devices together
+    int32_t num_cfg_node;
+    int32_t num_sensor;   // one past the highest zone index whose type could be read
+    int32_t num_cooling;  // cooling indices tried at init
+    int32_t* zone_marks;  // num_tz entries: 1 for a zone of some group, else -1
+    int32_t* cooling_marks;
+    thermal_zone_group* zone_groups;  // null until init attaches the tables
+    int32_t num_zone_groups;
+    thermal_cooling_group* cooling_groups;
+    int32_t num_cooling_groups;
+};
+
+thermal_state g_thermal;
+
+}  // namespace
+
+__attribute__((format(scanf, 2, 3))) static int32_t thermal_scan_node(const char* path,
+                                                                      const char* format, ...);
+
+// Opens `path`, scans it once with `format` into the destinations and closes it. Returns 0, -1
+// when the node cannot be opened, or the scan's negative result at end of file or on error.
+static int32_t thermal_scan_node(const char* path, const char* format, ...) {
+    FILE* fp = fopen(path, "re");
+    if (fp == nullptr) return -1;
+
+    va_list ap;
+    va_start(ap, format);
+    errno = 0;  // a plain end of file leaves errno alone; don't report a stale error
+    int ret = vfscanf(fp, format, ap);
+    int err = errno;
+    va_end(ap);
+    fclose(fp);
+
+    if (ret < 0) {
+        TLOGE(TAG_THERMAL, "%s() %d: scan node error %s: %s\n", path, strerror(err));
+        return ret;
+    }
+    return 0;
+}
+
+// Reads the one-word type name of a zone or cooling device. A name that does not fit into the
+// buffer counts as unreadable: matching only its beginning could put the node into the wrong
+// group (a cut-off "_kr" suffix, for one).
+static int32_t thermal_read_type(const char* path, char (&name)[THERMAL_NAME_LEN]) {
+    char next = '\0';
+    name[0] = '\0';
+    int32_t ret = thermal_scan_node(path, "%1023s%c", name, &next);
+    if (ret < 0) return ret;
+    if (name[0] == '\0') return -1;
+    if (next != '\0' && !isspace(static_cast<unsigned char>(next))) {
+        TLOGE(TAG_THERMAL, "%s() %d: type name too long in %s\n", path);
+        return -1;
+    }
+    return 0;
+}
+
+// Appends a formatted piece at `*use`, never past the buffer: a piece that does not fit is cut
+// and fills the buffer. Returns the formatting result; negative means the record is unusable.
+__attribute__((format(printf, 4, 5))) static int thermal_append(char* buf, int32_t len,
+                                                                int32_t* use, const char* fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    int ret = vsnprintf(buf + *use, static_cast<size_t>(len - *use), fmt, ap);
+    va_end(ap);
+    if (ret < 0) return ret;
+    *use = (ret >= len - *use) ? len - 1 : *use + ret;
+    return ret;
+}
+
+static void thermal_report(uint32_t kpi, const char* record, int32_t use) {
+    PowerZELHelper::getInstance()->log_blob(kpi, record, static_cast<uint32_t>(use));
+}
+
+// Number of directories in the thermal class directory, "." and ".." excluded; 0 when it cannot
+// be opened or lists fewer than two directories.
+static int32_t thermal_count_nodes() {
+    DIR* dir = opendir(THERMAL_CLASS_DIR);
+    if (dir == nullptr) return 0;
+    int32_t count = 0;
+    struct dirent* de;
+    while ((de = readdir(dir)) != nullptr) {
+        bool is_dir = de->d_type == DT_DIR;
+        if (de->d_type == DT_UNKNOWN) {
+            struct stat st;
+            is_dir = fstatat(dirfd(dir), de->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+                     S_ISDIR(st.st_mode);
+        }
+        if (is_dir) count++;
+    }
+    closedir(dir);
+    return count >= 2 ? count - 2 : 0;
+}
+
+static void thermal_free_marks() {
+    free(g_thermal.zone_marks);
+    free(g_thermal.cooling_marks);
+    g_thermal.zone_marks = nullptr;
+    g_thermal.cooling_marks = nullptr;
+}
+
+static int32_t* thermal_alloc_marks(int32_t count) {
+    // At least one entry, so that an empty class directory still initialises.
+    size_t n = count > 0 ? static_cast<size_t>(count) : 1;
+    int32_t* marks = static_cast<int32_t*>(malloc(n * sizeof(int32_t)));
+    if (marks != nullptr) {
+        for (size_t i = 0; i < n; i++) marks[i] = -1;
+    }
+    return marks;
+}
+
+// Marks the zones and cooling devices whose types belong to a group.
+static void thermal_zone_device_init() {
+    char path[THERMAL_PATH_LEN];
+    char name[THERMAL_NAME_LEN];
+
+    for (int32_t i = 0; i < g_thermal.num_tz; i++) {
+        snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
+        if (thermal_read_type(path, name) != 0) continue;
+        TLOGD(TAG_THERMAL, "%s() %d: thermal zone name %s\n", name);
+        if (thermal_match_zone(g_thermal.zone_groups, g_thermal.num_zone_groups, name) >= 0)
+            g_thermal.zone_marks[i] = 1;
+        g_thermal.num_sensor = i + 1;
+    }
+
+    for (int32_t i = 0; i < g_thermal.num_tz; i++) {
+        snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
+        if (thermal_read_type(path, name) == 0) {
+            // A type such as "limits,cpu5" is known by the word after its first comma.
+            char word[THERMAL_NAME_LEN];
+            if (sscanf(name, "%*[^','],%1023s", word) == 1) memcpy(name, word, sizeof(word));
+            TLOGD(TAG_THERMAL, "%s() %d: cooling name %s\n", name);
+            if (thermal_match_cooling(g_thermal.cooling_groups, g_thermal.num_cooling_groups,
+                                      name) >= 0)
+                g_thermal.cooling_marks[i] = 1;
+        }
+        g_thermal.num_cooling = i + 1;
+    }
+
+    TLOGD(TAG_THERMAL, "%s() %d: num sensor %d, num cooling %d\n", g_thermal.num_sensor,
+          g_thermal.num_cooling);
+}
+
+int32_t collect_thermal_stats_init() {
+    thermal_free_marks();
+    g_thermal = thermal_state();
+    long ncpu = sysconf(_SC_NPROCESSORS_CONF);
+    g_thermal.num_cpu = ncpu > 0 ? static_cast<int32_t>(ncpu) : 0;
+    g_thermal.num_tz = thermal_count_nodes();
+
+    g_thermal.zone_groups = g_thermal_zone_groups;
+    g_thermal.num_zone_groups = THERMAL_ZONE_GROUPS;
+    g_thermal.cooling_groups = g_thermal_cooling_groups;
+    g_thermal.num_cooling_groups = THERMAL_COOLING_GROUPS;
+
+    g_thermal.zone_marks = thermal_alloc_marks(g_thermal.num_tz);
+    g_thermal.cooling_marks = thermal_alloc_marks(g_thermal.num_tz);
+    if (g_thermal.zone_marks == nullptr || g_thermal.cooling_marks == nullptr) return -1;
+
+    thermal_zone_device_init();
+
+    TLOGD(TAG_THERMAL, "%s() %d: num_tz %d, num_cpu %d, num_cfg_node = %d\n", g_thermal.num_tz,
+          g_thermal.num_cpu, g_thermal.num_cfg_node);
+    return 0;
+}
+
+int32_t collect_thermal_stats_exit() {
+    thermal_free_marks();
+    return 0;
+}
+
+static void thermal_collect_cooling_device_hndl() {
+    char record[THERMAL_RECORD_LEN] = {0};
+    char path[THERMAL_PATH_LEN];
+    char type[THERMAL_NAME_LEN];
+    int32_t use = 0;
+    thermal_cooling_group* groups = g_thermal.cooling_groups;
+    int32_t ngroups = g_thermal.num_cooling_groups;
+
+    for (int32_t g = 0; g < ngroups; g++) groups[g].value = 0;
+
+    for (int32_t i = 0; i < g_thermal.num_tz; i++) {
+        if (g_thermal.cooling_marks == nullptr || g_thermal.cooling_marks[i] != 1) continue;
+
+        unsigned long state = 0;
+        snprintf(path, sizeof(path), "%s%d/cur_state", THERMAL_COOLING_PREFIX, i);
+        if (thermal_scan_node(path, "%lu", &state) != 0) {
+            TLOGE(TAG_THERMAL, "%s() %d: read cooling state error\n");
+            state = 0;
+        }
+        snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
+        if (thermal_read_type(path, type) != 0) continue;
+
+        // The raw type, comma and all, decides the group here.
+        int g = thermal_match_cooling(groups, ngroups, type);
+        if (g < 0) continue;
+        int32_t value = static_cast<int32_t>(state);
+        if (value > groups[g].value) groups[g].value = value;
+    }
+
+    for (int32_t g = 0; g < ngroups; g++) {
+        if (thermal_append(record, sizeof(record), &use, "%s: %d,", groups[g].name,
+                           groups[g].value) < 0)
+            return;
+    }
+
+    TLOGD(TAG_THERMAL, "%s() %d: cooling type is %s\n", record);
+    thermal_report(KPI_ID_THERMAL_COOLING, record, use);
+}
+
+static void thermal_collect_thermalzone_hndl() {
+    char record[THERMAL_RECORD_LEN] = {0};
+    char path[THERMAL_PATH_LEN];
+    char type[THERMAL_NAME_LEN];
+    int32_t use = 0;
+    int32_t quiet_temp = 0;
+    int32_t skin_temp = 0;
+    thermal_zone_group* groups = g_thermal.zone_groups;
+    int32_t ngroups = g_thermal.num_zone_groups;
+
+    for (int32_t g = 0; g < ngroups; g++) groups[g].value = 0;
+
+    for (int32_t i = 0; i < g_thermal.num_sensor; i++) {
+        if (g_thermal.zone_marks == nullptr || g_thermal.zone_marks[i] != 1) continue;
+
+        int32_t temp = 0;
+        snprintf(path, sizeof(path), "%s%d/temp", THERMAL_ZONE_PREFIX, i);
+        if (thermal_scan_node(path, "%d", &temp) != 0) {
+            TLOGE(TAG_THERMAL, "%s() %d: read temp error\n");
+            temp = 0;
+        }
+        snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
+        if (thermal_read_type(path, type) != 0) continue;
+
+        if (strcmp(type, "quiet-therm") == 0)
+            quiet_temp = temp;
+        else if (strcmp(type, "skin-vqm-therm") == 0)
+            skin_temp = temp;
+
+        int g = thermal_match_zone(groups, ngroups, type);
+        if (g < 0) continue;
+        if (strcmp(groups[g].name, THERMAL_MISC_SKIN) == 0) {
+            // Skin and board thermistors are reported one by one, in zone order.
+            if (thermal_append(record, sizeof(record), &use, "%s: %d,", type, temp) < 0) return;
+        } else if (temp > groups[g].value) {
+            groups[g].value = temp;
+        }
+    }
+
+    for (int32_t g = 0; g < ngroups; g++) {
+        if (strcmp(groups[g].name, THERMAL_MISC_SKIN) == 0) {
+            TLOGD(TAG_THERMAL, "%s() %d: thmzone type %s no need update\n", groups[g].name);
+            continue;
+        }
+        if (thermal_append(record, sizeof(record), &use, "%s: %d,", groups[g].name,
+                           groups[g].value) < 0)
+            return;
+    }
+
+    if (thermal_append(record, sizeof(record), &use, "skin-temp: %d,",
+                       quiet_temp != 0 ? quiet_temp : skin_temp) < 0)
+        return;
+
+    long long current = 0;
+    if (thermal_scan_node(THERMAL_BATTERY_CURRENT, "%lld", &current) == 0) {
+        if (thermal_append(record, sizeof(record), &use, "current:%lld,", current / 1000) < 0)
+            return;
+    }
+
+    TLOGD(TAG_THERMAL, "%s() %d: thermal zone therm_buf is %s\n", record);
+    thermal_report(KPI_ID_THERMAL_ZONE, record, use);
+}
+
+static void thermal_collect_cpu_info_hndl() {
+    char record[THERMAL_CLOCK_RECORD_LEN] = {0};
+    char path[THERMAL_PATH_LEN];
+    int32_t use = 0;
+
+    for (int32_t cpu = 0; cpu < THERMAL_CPU_SLOTS; cpu++) {
+        if ((THERMAL_CPU_MASK & (1u << cpu)) == 0) continue;
+        unsigned long freq = 0;
+        snprintf(path, sizeof(path), "%s%d/cpufreq/scaling_cur_freq", THERMAL_CPU_PREFIX, cpu);
+        if (thermal_scan_node(path, "%lu", &freq) != 0) continue;
+        if (thermal_append(record, sizeof(record), &use, "CPU%d_freq:%d,", cpu,
+                           static_cast<int32_t>(freq)) < 0)
+            return;
+    }
+
+    unsigned long hz = 0;
+    if (thermal_scan_node(THERMAL_GPU_CLOCK, "%lu", &hz) == 0) {
+        if (thermal_append(record, sizeof(record), &use, "GPU(MHz):%d,",
+                           static_cast<int32_t>(hz / 1000000)) < 0)
+            return;
+    }
+    hz = 0;
+    if (thermal_scan_node(THERMAL_DDR_CLOCK, "%lu", &hz) == 0) {
+        if (thermal_append(record, sizeof(record), &use, "DDR(MHz):%d,",
+                           static_cast<int32_t>(hz / 1000000)) < 0)
+            return;
+    }
+
+    TLOGD(TAG_THERMAL, "%s() %d: cpu gpu ddr freq is %s\n", record);
+    thermal_report(KPI_ID_THERMAL_CPUINFO, record, use);
+}
+
+int32_t collect_thermal_stats_hndl(uint64_t flag) {
+    if (flag & THERMAL_FLAG_COOLING) thermal_collect_cooling_device_hndl();
+    if (flag & THERMAL_FLAG_ZONE) thermal_collect_thermalzone_hndl();
+    if (flag & THERMAL_FLAG_CPUINFO) thermal_collect_cpu_info_hndl();
+    return 0;
+}
