@@ -3,6 +3,31 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
+// A found path, the comma that follows it in the upload and the terminating NUL fit in this many
+// bytes; a file whose path would not fit is skipped by the search.
+constexpr size_t kFilePathSize = 255;
+// Size of the buffer a file is read into (its path and comma first) and of the uploaded line.
+constexpr size_t kFileBufSize = 131072;
+// Room left free in the file buffer by the read, for the header and application name.
+constexpr size_t kFileReadReserve = 150;
+// Suffix that marks a file as reported.
+#define FILE_READED_SUFFIX "_readed"
+
+// Searches `dir` (and its direct subdirectories) for the first regular file whose name starts with
+// `prefix` and carries neither "_readed" nor ".pb", reads it, uploads its path and content under
+// `kpi_id` and renames it with the suffix "_readed". Returns -1 when nothing was sent, otherwise
+// the upload status, or the line's size when there is no SDK handle. Sampling thread only: it
+// changes the working directory.
 int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id);
+
+// Directory search of set_for_blob. `path_out` holds kFilePathSize bytes. Returns 1 with the full
+// path in `path_out` when a file qualifies, -EINVAL when `dir` cannot be opened, otherwise 0 or
+// the result of the last subdirectory searched. Subdirectories are opened by their bare names,
+// relative to the working directory.
 int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out);
+
+// Opens `path` for reading only if it is a regular file at the moment of opening: a symlink is
+// not followed and a FIFO or device is never waited on. Returns null otherwise.
+FILE* open_regular_file(const char* path);
