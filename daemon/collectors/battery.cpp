@@ -1,6 +1,103 @@
-// Placeholder until this collector lands.
-#include "collectors/collectors.h"
+// Battery collector: charge level, voltage, current, temperature and charging status from the
+// battery's power-supply uevent file, one record per period under KPI 2.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 
-int32_t collect_battery_stats_init() { return 0; }
-int32_t collect_battery_stats_exit() { return 0; }
-int32_t collect_battery_stats_hndl(uint64_t) { return -1; }
+#include "collectors/collectors.h"
+#include "core/tarn_log.h"
+#include "report/zel_helper.h"
+
+#define BATTERY_UEVENT_PATH "/sys/class/power_supply/battery/uevent"
+#define BATTERY_FIELD_LEN 100
+#define KPI_ID_BATTERY_STAT 2
+
+static FILE* g_battery_fp = nullptr;
+
+int32_t collect_battery_stats_init() {
+    if (g_battery_fp != nullptr) return 0;
+    g_battery_fp = fopen(BATTERY_UEVENT_PATH, "r");
+    return g_battery_fp != nullptr ? 0 : -1;
+}
+
+int32_t collect_battery_stats_exit() {
+    if (g_battery_fp != nullptr) {
+        fclose(g_battery_fp);
+        g_battery_fp = nullptr;
+    }
+    return 0;
+}
+
+// Reads one "KEY=VALUE" line: the key is the text before the first '=', the value the rest of
+// the line. Leading white space (blank lines included) is skipped. Each field keeps at most
+// BATTERY_FIELD_LEN - 1 characters and the rest of an overlong key or value is dropped, so a
+// long line never spills into the next read. A line without '=' yields an empty value. Returns
+// false at end of file with nothing read; every other call consumes at least one character, so
+// the caller's loop always reaches the end of the file.
+static bool read_uevent_line(FILE* fp, char* key, char* value, bool* key_cut) {
+    int c;
+    do {
+        c = getc(fp);
+    } while (c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f');
+    if (c == EOF) return false;
+
+    size_t n = 0;
+    *key_cut = false;
+    while (c != EOF && c != '=' && c != '\n') {
+        if (n < BATTERY_FIELD_LEN - 1) {
+            key[n++] = (char)c;
+        } else {
+            *key_cut = true;
+        }
+        c = getc(fp);
+    }
+    key[n] = '\0';
+
+    n = 0;
+    if (c == '=') {
+        for (c = getc(fp); c != EOF && c != '\n'; c = getc(fp)) {
+            if (n < BATTERY_FIELD_LEN - 1) value[n++] = (char)c;
+        }
+    }
+    value[n] = '\0';
+    return true;
+}
+
+int32_t collect_battery_stats_hndl(uint64_t) {
+    char key[BATTERY_FIELD_LEN] = {0};
+    char value[BATTERY_FIELD_LEN] = {0};
+    char status[BATTERY_FIELD_LEN] = {0};
+    char record[BATTERY_FIELD_LEN] = {0};
+    int32_t voltage = 0, current = 0, temperature = 0, capacity = 0;
+
+    if (g_battery_fp == nullptr) return 0;
+    fseek(g_battery_fp, 0, SEEK_SET);
+
+    bool key_cut = false;
+    while (read_uevent_line(g_battery_fp, key, value, &key_cut)) {
+        // A cut key is longer than any name below and must not match one by its prefix.
+        if (key_cut) continue;
+        if (strcmp(key, "POWER_SUPPLY_VOLTAGE_NOW") == 0) {
+            voltage = atoi(value);
+        } else if (strcmp(key, "POWER_SUPPLY_CURRENT_NOW") == 0) {
+            current = atoi(value);
+        } else if (strcmp(key, "POWER_SUPPLY_TEMP") == 0) {
+            temperature = atoi(value);
+        } else if (strcmp(key, "POWER_SUPPLY_CAPACITY") == 0) {
+            capacity = atoi(value);
+        } else if (strcmp(key, "POWER_SUPPLY_STATUS") == 0) {
+            snprintf(status, sizeof(status), "%s", value);
+        }
+    }
+
+    TLOGD(TAG_BATTERY,
+          "%s() %d: collect_battery_stats_hndl voltage:%d current:%d temperature:%d capacity:%d "
+          "status:%s",
+          voltage, current, temperature, capacity, status);
+
+    int ret = snprintf(record, sizeof(record), "%s,%d,%d,%d,%d,%s", "battery", capacity, voltage,
+                       current, temperature, status);
+    uint32_t len = ret < 0 ? 0 : (uint32_t)strlen(record);
+    PowerZELHelper::getInstance()->log_blob(KPI_ID_BATTERY_STAT, record, len);
+    return ret;
+}

@@ -1,6 +1,371 @@
-// Placeholder until this collector lands.
-#include "collectors/collectors.h"
+// CPU collector: per cluster (cpufreq policy) the capacity-weighted average frequency over the
+// period, the time it covers and the mean utilisation of the cluster's CPUs, one record per
+// cluster under KPI 3. Its init also opens every file of the node table for the other
+// table-reading collectors, and its exit closes them.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
 
-int32_t collect_cpu_stats_init() { return 0; }
-int32_t collect_cpu_stats_exit() { return 0; }
-int32_t collect_cpu_stats_hndl(uint64_t) { return -1; }
+#include <algorithm>
+
+#include "collectors/collectors.h"
+#include "collectors/fnode.h"
+#include "collectors/gpu.h"
+#include "core/tarn_log.h"
+#include "report/zel_helper.h"
+
+#define CPUFREQ_DIR "/sys/devices/system/cpu/cpufreq/"
+#define CPU_POSSIBLE_PATH "/sys/devices/system/cpu/possible"
+#define KPI_ID_CPUFREQ 3
+
+#define CLUSTER_SLOTS 8
+#define REPORTED_SLOTS 7  // the eighth slot is opened but never reported
+#define MAX_FREQ_STEPS 128
+#define MAX_CPUS 8
+#define NO_POLICY 2147483647
+#define PATH_BUFLEN 4096
+#define STAT_LINE_LEN 512
+
+// Until the first init the table holds the marker only in its first slot, so a handler call
+// before init visits slot 1 (policy 0), finds no open file and fails.
+static int32_t g_cluster[CLUSTER_SLOTS] = {NO_POLICY, 0, 0, 0, 0, 0, 0, 0};
+static uint32_t g_cpu_min = 0;
+static uint32_t g_cpu_count = 0;
+
+static uint64_t cluster_freq_list[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+static int32_t freq_num[CLUSTER_SLOTS];
+static uint64_t cluster_cap_list[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+static uint64_t cluster_avg_freq[CLUSTER_SLOTS];
+// Cumulative time of each time_in_state line at the previous reading, by line position.
+static uint64_t g_kept_step_time[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+
+struct cpu_counters {
+    uint32_t cpu;
+    uint32_t user, nice, system, idle, iowait, irq, softirq;
+    uint32_t total;
+    uint32_t kept_total, kept_idle, kept_iowait;
+};
+static cpu_counters g_cpu_counters[MAX_CPUS];
+
+static int fnode_cpu_row(int slot, int which) {
+    return FNODE_CPU_BASE + slot * FNODE_CPU_GROUP_ROWS + which;
+}
+
+// The number of a "policy<N>" directory. A name that does not parse, a negative number or one
+// that would read as the no-policy marker gives 0.
+static int32_t parse_policy_name(const char* name) {
+    if (strncmp(name, "policy", 6) != 0) return 0;
+    const char* digits = name + 6;
+    char* end = nullptr;
+    errno = 0;
+    long value = strtol(digits, &end, 10);
+    if (end == digits || errno != 0 || value < 0 || value >= NO_POLICY) return 0;
+    return (int32_t)value;
+}
+
+static bool is_directory(DIR* dir, const struct dirent* de) {
+    if (de->d_type == DT_DIR) return true;
+    if (de->d_type != DT_UNKNOWN && de->d_type != DT_LNK) return false;
+    struct stat st;
+    return fstatat(dirfd(dir), de->d_name, &st, 0) == 0 && S_ISDIR(st.st_mode);
+}
+
+static int32_t check_cpufreq_policy_num() {
+    DIR* dir = opendir(CPUFREQ_DIR);
+    if (dir == nullptr) {
+        int err = errno;
+        TLOGE(TAG_POWER, "%s() %d: opendir failed [%s] error: %s", CPUFREQ_DIR, strerror(err));
+        return -err;
+    }
+    int32_t scan[CLUSTER_SLOTS] = {0};
+    int taken = 0;
+    for (struct dirent* de = readdir(dir); de != nullptr; de = readdir(dir)) {
+        if (strcmp(de->d_name, ".") == 0 || strcmp(de->d_name, "..") == 0) continue;
+        if (!is_directory(dir, de)) continue;
+        if (taken >= CLUSTER_SLOTS) {
+            TLOGE(TAG_POWER, "%s() %d: too many array entries, i:%d size:%d", CLUSTER_SLOTS,
+                  CLUSTER_SLOTS);
+            closedir(dir);
+            return -EINVAL;
+        }
+        scan[taken++] = parse_policy_name(de->d_name);
+    }
+    closedir(dir);
+
+    std::sort(scan, scan + taken);
+    for (int i = 0; i < CLUSTER_SLOTS; i++) g_cluster[i] = i < taken ? scan[i] : NO_POLICY;
+    return 0;
+}
+
+static int32_t check_cpu_min_max() {
+    FILE* fp = fopen(CPU_POSSIBLE_PATH, "r");
+    if (fp == nullptr) {
+        int err = errno;
+        TLOGE(TAG_POWER, "%s() %d: Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
+        return -err;
+    }
+    unsigned int min = 0, max = 0;
+    int ret = fscanf(fp, "%u-%u", &min, &max);
+    TLOGW(TAG_POWER, "%s() %d: CPU min: %u, max: %u ret:%d", min, max, ret);
+    g_cpu_min = min;
+    g_cpu_count = max + 1;
+    fclose(fp);
+    return 0;
+}
+
+static void policy_check_file_path() {
+    char path[PATH_BUFLEN];
+    for (int slot = 0; slot < CLUSTER_SLOTS; slot++) {
+        if (g_cluster[slot] == NO_POLICY) continue;
+        for (int which = 0; which < FNODE_CPU_GROUP_ROWS; which++) {
+            // The first group's rows name the files; the same names serve every cluster.
+            memset(path, 0, sizeof(path));
+            snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cluster[slot],
+                     g_fnode_table[fnode_cpu_row(0, which)].path);
+            TLOGW(TAG_POWER, "%s() %d: filepath:%s", path);
+            struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
+            if (row->fp != nullptr) fclose(row->fp);
+            row->fp = fopen(path, "r");
+            if (row->fp == nullptr) TLOGE(TAG_POWER, "%s() %d: fail to open [%s]", path);
+        }
+    }
+}
+
+// Reads the cluster's frequency steps in listed order. Reading stops at the end of the file, at
+// the first text that is not a number, or when the list is full; a missing file keeps the list.
+static void InitClusterFreqList(int slot) {
+    char path[PATH_BUFLEN];
+    snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
+             g_cluster[slot]);
+    FILE* fp = fopen(path, "r");
+    if (fp == nullptr) return;
+    int n = 0;
+    unsigned int value = 0;
+    while (n < MAX_FREQ_STEPS && fscanf(fp, "%u", &value) == 1) {
+        cluster_freq_list[slot][n] = value;
+        TLOGD(TAG_POWER, "%s() %d: InitClusterFreqList cluster_freq_list[%d][%d]:%llu", slot, n,
+              (unsigned long long)value);
+        n++;
+    }
+    freq_num[slot] = n;
+    fclose(fp);
+}
+
+// One weight in 1..100 per frequency step: the step's share of the last listed frequency scaled
+// by the capacity of the cluster's first CPU (capacity 1024 is the biggest CPU of the system).
+static void InitClusterCapacityList(int slot) {
+    int n = std::min<int32_t>(freq_num[slot], MAX_FREQ_STEPS);
+    uint64_t fmax = n > 0 ? cluster_freq_list[slot][n - 1] : 0;
+
+    char path[PATH_BUFLEN];
+    snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity", g_cluster[slot]);
+    FILE* fp = fopen(path, "r");
+    if (fp == nullptr) return;
+    unsigned int capacity = 0;
+    if (fscanf(fp, "%u", &capacity) != 1) capacity = 0;
+    fclose(fp);
+
+    for (int i = 0; i < n; i++) {
+        uint64_t pct = fmax != 0 ? cluster_freq_list[slot][i] * 100 / fmax : 0;
+        uint64_t weight = (pct * capacity) >> 10;
+        if (weight > 100) weight = 100;
+        if (weight < 1) weight = 1;
+        cluster_cap_list[slot][i] = weight;
+        TLOGD(TAG_POWER,
+              "%s() %d: original cluster:%d freq_num:%d cluster_cap_list[%d][%d]:%llu cap:%llu",
+              slot, i, slot, i, (unsigned long long)weight, (unsigned long long)weight);
+    }
+}
+
+int32_t collect_cpu_stats_init() {
+    int32_t ret = check_cpufreq_policy_num();
+    if (ret < 0) return ret;
+    ret = check_cpu_min_max();
+    if (ret < 0) return ret;
+
+    memset(g_cpu_counters, 0, sizeof(g_cpu_counters));
+    gpu_clear_kept_rows();
+
+    policy_check_file_path();
+    fnode_open_all();
+
+    for (int slot = 0; slot < CLUSTER_SLOTS; slot++) {
+        if (g_cluster[slot] == NO_POLICY) continue;
+        InitClusterFreqList(slot);
+        InitClusterCapacityList(slot);
+    }
+    return 0;
+}
+
+int32_t collect_cpu_stats_exit() {
+    fnode_close_all();
+    return 0;
+}
+
+// The time-weighted average frequency of the cluster since the previous reading, and the time
+// it covers. Line j of time_in_state is matched to frequency step j by position; lines beyond
+// the room for kept times are not counted.
+static int get_cpus_time_in_state(int slot, char* buf, int32_t use) {
+    FILE* fp = fnode_rewind(fnode_cpu_row(slot, FNODE_CPU_TIME_IN_STATE));
+    if (fp == nullptr) {
+        TLOGE(TAG_POWER, "%s() %d: fp is Null idx:%d", slot);
+        return -EINVAL;
+    }
+    uint64_t total = 0, weighted = 0;
+    unsigned long long freq = 0, time = 0;
+    for (int j = 0; j < MAX_FREQ_STEPS && fscanf(fp, "%llu %llu", &freq, &time) == 2; j++) {
+        uint64_t kept = g_kept_step_time[slot][j];
+        uint64_t delta = time >= kept ? time - kept : time;
+        g_kept_step_time[slot][j] = time;
+        total += delta;
+        weighted += cluster_cap_list[slot][j] * delta;
+    }
+    uint64_t avg = total != 0 ? weighted / total : 0;
+
+    int steps = std::min<int32_t>(freq_num[slot], MAX_FREQ_STEPS);
+    for (int j = 0; j < steps; j++) {
+        if (cluster_cap_list[slot][j] >= avg) {
+            cluster_avg_freq[slot] = cluster_freq_list[slot][j];
+            break;
+        }
+    }
+    TLOGD(TAG_POWER, "%s() %d: idx:%d cluster_avg_freq[%d]:%llu", slot, slot,
+          (unsigned long long)cluster_avg_freq[slot]);
+    return record_appendf(buf, use, "%llu,%llu,", (unsigned long long)cluster_avg_freq[slot],
+                          (unsigned long long)total);
+}
+
+// Reads one line of at most `len` - 1 characters; the rest of a longer line is dropped so that
+// the next read starts at the next line.
+static bool read_stat_line(FILE* fp, char* line, int len) {
+    if (fgets(line, len, fp) == nullptr) return false;
+    if (strchr(line, '\n') == nullptr) {
+        int c;
+        do {
+            c = getc(fp);
+        } while (c != EOF && c != '\n');
+    }
+    return true;
+}
+
+// Takes one per-CPU utilisation reading from /proc/stat: for each CPU line the share of the time
+// since the previous reading that was neither idle nor iowait, in percent. CPUs without a line
+// read 0.
+static void read_cpus_util(FILE* fp, float* util) {
+    for (int i = 0; i < MAX_CPUS; i++) util[i] = 0.0f;
+    char line[STAT_LINE_LEN];
+    memset(line, 0, sizeof(line));
+    fseek(fp, 0, SEEK_SET);
+    if (!read_stat_line(fp, line, sizeof(line))) return;  // the all-CPU line
+
+    uint32_t lines = std::min<uint32_t>(g_cpu_count, MAX_CPUS);
+    for (uint32_t n = 0; n < lines; n++) {
+        memset(line, 0, sizeof(line));
+        if (!read_stat_line(fp, line, sizeof(line))) break;
+        if (strstr(line, "cpu") == nullptr) continue;
+        unsigned int cpu = 0;
+        if (sscanf(line, "cpu%u", &cpu) != 1) continue;
+        if (cpu >= MAX_CPUS) break;
+
+        unsigned int v[8] = {0};
+        sscanf(line, "cpu%u %u %u %u %u %u %u %u", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6],
+               &v[7]);
+        cpu_counters* c = &g_cpu_counters[cpu];
+        c->cpu = v[0];
+        c->user = v[1];
+        c->nice = v[2];
+        c->system = v[3];
+        c->idle = v[4];
+        c->iowait = v[5];
+        c->irq = v[6];
+        c->softirq = v[7];
+        c->total = c->user + c->nice + c->system + c->idle + c->iowait + c->irq + c->softirq;
+
+        uint32_t d_total = c->total >= c->kept_total ? c->total - c->kept_total : c->total;
+        uint32_t d_idle = c->idle >= c->kept_idle ? c->idle - c->kept_idle : c->idle;
+        uint32_t d_iowait = c->iowait >= c->kept_iowait ? c->iowait - c->kept_iowait : c->iowait;
+        uint32_t busy = d_total >= d_idle ? d_total - d_idle : d_total;
+        busy = busy >= d_iowait ? busy - d_iowait : busy;
+
+        util[cpu] = (d_total == 0 || busy > d_total) ? 0.0f : (float)busy * 100.0f / (float)d_total;
+        c->kept_total = c->total;
+        c->kept_idle = c->idle;
+        c->kept_iowait = c->iowait;
+    }
+}
+
+// Per-call utilisation reading. One reading serves every cluster of a handler call: a fresh
+// reading per cluster would leave every later cluster with no time passed.
+struct util_reading {
+    bool taken;
+    float util[MAX_CPUS];
+};
+
+// Mean utilisation of the cluster's CPUs: from its policy number up to the next cluster's, or
+// its first CPU alone when it is the last cluster. CPUs beyond the eight that are tracked have
+// no reading and are left out of the mean.
+static int get_cpus_util(int slot, char* buf, int32_t use, util_reading* reading) {
+    int32_t cpu_start = g_cluster[slot];
+    int32_t next = g_cluster[slot + 1];
+    int32_t cpu_end = next == NO_POLICY ? cpu_start + 1 : next;
+
+    FILE* fp = g_fnode_table[FNODE_PROC_STAT].fp;
+    if (fp == nullptr) {
+        TLOGE(TAG_POWER, "%s() %d: PROC_STAT fp is Null");
+        return -EINVAL;
+    }
+    TLOGD(TAG_POWER, "%s() %d: cpu_start [%d] - cpu_end:[%d]", cpu_start, cpu_end);
+    if (!reading->taken) {
+        read_cpus_util(fp, reading->util);
+        reading->taken = true;
+    }
+
+    int32_t lo = std::max<int32_t>(cpu_start, 0);
+    int32_t hi = std::min<int32_t>(cpu_end, MAX_CPUS);
+    float sum = 0.0f;
+    int count = 0;
+    for (int32_t cpu = lo; cpu < hi; cpu++) {
+        sum += reading->util[cpu];
+        count++;
+    }
+    float mean = count > 0 ? sum / (float)count : 0.0f;
+    return record_appendf(buf, use, "%.2f,", mean);
+}
+
+int32_t collect_cpu_stats_hndl(uint64_t) {
+    char buf[RECORD_BUFLEN];
+    int32_t use = 0;
+    int32_t result = 0;
+    util_reading reading = {};
+
+    TLOGD(TAG_POWER, "%s() %d: get_cpu_stats ret:%d use:%d", 0, 0);
+    for (int slot = 0; slot < REPORTED_SLOTS; slot++) {
+        if (g_cluster[slot] == NO_POLICY) continue;
+
+        memset(buf, 0, sizeof(buf));
+        use = 0;
+        int ret = record_appendf(buf, use, "policy%d,", g_cluster[slot]);
+        if (ret < 0) return ret;
+        use = record_advance(use, ret);
+
+        ret = get_cpus_time_in_state(slot, buf, use);
+        TLOGD(TAG_POWER, "%s() %d: get_cpus_time_in_state() ret:%d use:%d buflen:%d", ret, use,
+              RECORD_BUFLEN);
+        if (ret < 0) return ret;
+        use = record_advance(use, ret);
+
+        ret = get_cpus_util(slot, buf, use, &reading);
+        TLOGD(TAG_POWER, "%s() %d: get_cpus_util() ret:%d use:%d buflen:%d", ret, use,
+              RECORD_BUFLEN);
+        if (ret < 0) return ret;
+        use = record_advance(use, ret);
+
+        PowerZELHelper::getInstance()->log_blob(KPI_ID_CPUFREQ, buf, (uint32_t)use);
+        result = use;
+    }
+    return result;
+}

@@ -1,54 +1,110 @@
 #include "collectors/fnode.h"
 
+#include <stdarg.h>
+
 #include "core/tarn_log.h"
 
-#define CPU_ROW(path) {3, nullptr, path}
-#define NO_PATH(type) {type, nullptr, nullptr}
-#define ROW(type, path) {type, nullptr, path}
+#define CPU_ROW(path) \
+    { 3, nullptr, path }
+#define NO_PATH(type) \
+    { type, nullptr, nullptr }
+#define ROW(type, path) \
+    { type, nullptr, path }
 
 struct fnode g_fnode_table[FNODE_COUNT] = {
-        CPU_ROW("scaling_cur_freq"),
-        CPU_ROW("related_cpus"),
-        CPU_ROW("stats/time_in_state"),
-        CPU_ROW("stats/trans_table"),
-        // The remaining 60 CPU rows carry no path; their streams are set by the CPU collector.
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3),
-        ROW(3, "/proc/stat"),
-        NO_PATH(0),
-        ROW(4, "/sys/class/gfxd/gfxd-3d0/devfreq/cur_freq"),
-        ROW(4, "/sys/class/gfxd/gfxd-3d0/devfreq/trans_stat"),
-        ROW(4, "/sys/class/gfxd/gfxd-3d0/gpubusy"),
-        ROW(5, "/sys/devices/system/cpu/bus_dcvs/DDR/cur_freq"),
-        ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd0/idle_states"),
-        ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd1/idle_states"),
-        ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd2/idle_states"),
-        ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd3/idle_states"),
-        ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd4/idle_states"),
-        ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd5/idle_states"),
-        ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd6/idle_states"),
-        ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd7/idle_states"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/adsp"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/adsp_island"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/aosd"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/apss"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/cdsp"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/cxsd"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/ddr"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/modem"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/slpi"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/slpi_island"),
-        ROW(6, "/sys/kernel/debug/kelv_sleep_stats/ddr_stats"),
-        NO_PATH(6),
-        ROW(8, "/sys/class/backlight/panel0-backlight/brightness"),
-        ROW(9, "/sys/devices/platform/soc/ae00000.kelv,vdss_mdp/drm/card0/dpx-crtc-0/measured_fps"),
+    CPU_ROW("scaling_cur_freq"),
+    CPU_ROW("related_cpus"),
+    CPU_ROW("stats/time_in_state"),
+    CPU_ROW("stats/trans_table"),
+    // The remaining 60 CPU rows carry no path; their streams are set by the CPU collector.
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    NO_PATH(3),
+    ROW(3, "/proc/stat"),
+    NO_PATH(0),
+    ROW(4, "/sys/class/gfxd/gfxd-3d0/devfreq/cur_freq"),
+    ROW(4, "/sys/class/gfxd/gfxd-3d0/devfreq/trans_stat"),
+    ROW(4, "/sys/class/gfxd/gfxd-3d0/gpubusy"),
+    ROW(5, "/sys/devices/system/cpu/bus_dcvs/DDR/cur_freq"),
+    ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd0/idle_states"),
+    ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd1/idle_states"),
+    ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd2/idle_states"),
+    ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd3/idle_states"),
+    ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd4/idle_states"),
+    ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd5/idle_states"),
+    ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd6/idle_states"),
+    ROW(6, "/sys/kernel/debug/pm_genpd/cpu-pd7/idle_states"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/adsp"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/adsp_island"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/aosd"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/apss"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/cdsp"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/cxsd"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/ddr"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/modem"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/slpi"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/slpi_island"),
+    ROW(6, "/sys/kernel/debug/kelv_sleep_stats/ddr_stats"),
+    NO_PATH(6),
+    ROW(8, "/sys/class/backlight/panel0-backlight/brightness"),
+    ROW(9, "/sys/devices/platform/soc/ae00000.kelv,vdss_mdp/drm/card0/dpx-crtc-0/measured_fps"),
 };
 
 void fnode_open_all() {
@@ -74,4 +130,20 @@ FILE* fnode_rewind(int index) {
     FILE* fp = g_fnode_table[index].fp;
     if (fp != nullptr) fseek(fp, 0, SEEK_SET);
     return fp;
+}
+
+int record_appendf(char* buf, int32_t use, const char* fmt, ...) {
+    size_t room = 0;
+    if (use >= 0 && use < RECORD_BUFLEN) room = (size_t)(RECORD_BUFLEN - use);
+    va_list ap;
+    va_start(ap, fmt);
+    int ret = vsnprintf(room > 0 ? buf + use : nullptr, room, fmt, ap);
+    va_end(ap);
+    return ret;
+}
+
+int32_t record_advance(int32_t use, int ret) {
+    if (ret <= 0) return use;
+    int64_t next = (int64_t)use + ret;
+    return next > RECORD_BUFLEN - 1 ? RECORD_BUFLEN - 1 : (int32_t)next;
 }

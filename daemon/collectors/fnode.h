@@ -40,6 +40,16 @@ extern struct fnode g_fnode_table[FNODE_COUNT];
 // Size of a handler's record buffer.
 #define RECORD_BUFLEN 4096
 
+// Formats a piece of a record at offset `use` of a RECORD_BUFLEN buffer, into the room that is
+// left, and returns the snprintf result (negative on a format error).
+int record_appendf(char* buf, int32_t use, const char* fmt, ...)
+    __attribute__((format(printf, 3, 4)));
+
+// The record length after an append of `ret` characters at `use`. A piece that did not fit was
+// cut by the bounded format, so the length stops at the last byte, which keeps the terminating
+// NUL: the record is reported as far as it goes.
+int32_t record_advance(int32_t use, int ret);
+
 // Opens every row from /proc/stat on that has a path (read-only; a failure leaves the row null),
 // and closes every open row.
 void fnode_open_all();
