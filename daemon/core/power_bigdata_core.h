@@ -38,46 +38,68 @@ struct StabilityIntervalCfg {
 };
 
 class BigDataListener {
-public:
+  public:
     virtual ~BigDataListener() = default;
     virtual void onNotify(int32_t event) = 0;
 };
 
 class BigDataCore {
-public:
+  public:
     virtual ~BigDataCore();
+    // Calls every listener, in insertion order, with 0.
     void notifyListeners();
 
-protected:
-    std::list<BigDataListener*> mListeners;
+  protected:
+    std::list<BigDataListener*> mListeners;  // not owned
 };
 
 class PowerBigDataCore : public BigDataCore {
-public:
+  public:
+    // The one instance; the first call builds it (running the collectors' inits and starting the
+    // worker). It is destroyed at process exit, before the upload helper and device properties.
     static PowerBigDataCore* getInstance();
     ~PowerBigDataCore() override;
+
+    // Access for threads that may still call in while the process exits (the SDK's campaign
+    // threads, binder threads). While a Ref lives the core cannot start its teardown; once the
+    // teardown has begun, get() is null.
+    class Ref {
+      public:
+        Ref();
+        ~Ref();
+        Ref(const Ref&) = delete;
+        Ref& operator=(const Ref&) = delete;
+        PowerBigDataCore* get() const { return mCore; }
+        PowerBigDataCore* operator->() const { return mCore; }
+
+      private:
+        PowerBigDataCore* mCore;
+    };
 
     void ConfigurePowerCoreParam(PowerIntervalCfg power, ThermalIntervalCfg thermal,
                                  StabilityIntervalCfg stability);
     void setBigDataCfg(const BigDataCampaignConfig& cfg);
     void sendEvent(int32_t hint, const std::string& userDataStr, int32_t userData1,
                    int32_t userData2, const std::vector<int32_t>& reserved);
+    // Opens the start gate and wakes the worker.
     void startSampling();
+    // Closes the start gate; the worker parks after its current sleep or tick.
     void stopSampling();
     std::string getAppName();
 
-private:
+  private:
     PowerBigDataCore();
     int32_t Start();
     int32_t Stop();
     int32_t MainThread();
+    void Tick();
 
     std::thread mThread;
     std::condition_variable mStartCond;
     std::mutex mStartMutex;
-    std::mutex mTableMutex;
     std::mutex mAppNameMutex;
-    std::string mAppName;
+    std::mutex mTableMutex;
     std::atomic<bool> mStarted;
     std::atomic<bool> mRunning;
+    std::string mAppName;
 };

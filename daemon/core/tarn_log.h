@@ -42,3 +42,20 @@ extern FILE* g_local_file;
         if (g_debug_level >= TARN_LEVEL_DEBUG)                                                   \
             __android_log_print(ANDROID_LOG_DEBUG, tag, fmt, __func__, __LINE__, ##__VA_ARGS__); \
     } while (0)
+
+// Variants for a statement whose message names a routine other than the C++ function it sits in
+// (for example a step that was folded into a helper): `fn` fills the "%s" of the prefix.
+#define TLOGE_FN(tag, fn, fmt, ...) \
+    __android_log_print(ANDROID_LOG_ERROR, tag, fmt, fn, __LINE__, ##__VA_ARGS__)
+
+#define TLOGW_FN(tag, fn, fmt, ...)                                                       \
+    do {                                                                                  \
+        if (g_debug_level >= TARN_LEVEL_WARN)                                             \
+            __android_log_print(ANDROID_LOG_WARN, tag, fmt, fn, __LINE__, ##__VA_ARGS__); \
+    } while (0)
+
+#define TLOGD_FN(tag, fn, fmt, ...)                                                        \
+    do {                                                                                   \
+        if (g_debug_level >= TARN_LEVEL_DEBUG)                                             \
+            __android_log_print(ANDROID_LOG_DEBUG, tag, fmt, fn, __LINE__, ##__VA_ARGS__); \
+    } while (0)

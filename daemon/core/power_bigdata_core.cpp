@@ -1,0 +1,195 @@
+#include "core/power_bigdata_core.h"
+
+#include <time.h>
+
+#include <chrono>
+#include <map>
+
+#include "collectors/collectors.h"
+#include "core/collector_table.h"
+#include "core/device_properties.h"
+#include "core/tarn_log.h"
+#include "report/zel_helper.h"
+
+#define DEFAULT_APP_NAME "com.android.launcher3"
+
+#define HINT_ACTIVITY_START 0x1001u
+#define HINT_ACTIVITY_STOP 0x1002u
+#define HINT_ACTIVITY_RESUME 0x1003u
+#define HINT_ACTIVITY_PAUSE 0x1004u
+
+namespace {
+
+// Guards the core's lifetime against callers on threads that outlive main: set once the core's
+// teardown begins, under sLifeMutex, so that a Ref either holds a live core or none.
+std::mutex sLifeMutex;
+bool sCoreGone = false;
+
+int64_t monotonic_ns() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
+}
+
+const char* hint_name(int32_t hint) {
+    static const std::map<uint32_t, const char*> names = {
+        {HINT_ACTIVITY_START, "START"},
+        {HINT_ACTIVITY_STOP, "STOP"},
+        {HINT_ACTIVITY_RESUME, "RESUME"},
+        {HINT_ACTIVITY_PAUSE, "PAUSE"},
+    };
+    auto it = names.find(static_cast<uint32_t>(hint));
+    return it != names.end() ? it->second : "NotActivityAction";
+}
+
+}  // namespace
+
+BigDataCore::~BigDataCore() = default;
+
+void BigDataCore::notifyListeners() {
+    for (BigDataListener* listener : mListeners) listener->onNotify(0);
+}
+
+PowerBigDataCore::Ref::Ref() : mCore(nullptr) {
+    sLifeMutex.lock();
+    if (!sCoreGone) mCore = PowerBigDataCore::getInstance();
+}
+
+PowerBigDataCore::Ref::~Ref() {
+    sLifeMutex.unlock();
+}
+
+PowerBigDataCore* PowerBigDataCore::getInstance() {
+    static PowerBigDataCore instance;
+    return &instance;
+}
+
+PowerBigDataCore::PowerBigDataCore() : mStarted(false), mRunning(true), mAppName(DEFAULT_APP_NAME) {
+    // Handlers upload through these two; building them first makes them outlive the core.
+    DeviceProperties::getInstance();
+    PowerZELHelper::getInstance();
+    Start();
+    mThread = std::thread(&PowerBigDataCore::MainThread, this);
+}
+
+PowerBigDataCore::~PowerBigDataCore() {
+    {
+        std::lock_guard<std::mutex> lock(sLifeMutex);
+        sCoreGone = true;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mStartMutex);
+        mRunning = false;
+    }
+    mStartCond.notify_all();
+    // The worker finishes its tick before the collectors release what their handlers use.
+    if (mThread.joinable()) {
+        if (mThread.get_id() == std::this_thread::get_id()) {
+            mThread.detach();
+        } else {
+            mThread.join();
+        }
+    }
+    Stop();
+}
+
+int32_t PowerBigDataCore::Start() {
+    if (collect_battery_stats_init() < 0) return -1;
+    if (collect_cpu_stats_init() < 0) {
+        collect_battery_stats_exit();
+        collect_cpu_stats_exit();
+        collect_stability_info_exit();
+        collect_thermal_stats_exit();
+        return -1;
+    }
+    collect_stability_info_init();
+    if (collect_thermal_stats_init() < 0) {
+        collect_stability_info_exit();
+        collect_thermal_stats_exit();
+        return -1;
+    }
+    collect_mtbf_info_init();
+    TLOGW(TAG_TARN_STATS, "%s() %d: service init finished");
+    return 0;
+}
+
+int32_t PowerBigDataCore::Stop() {
+    collect_cpu_stats_exit();
+    collect_thermal_stats_exit();
+    collect_battery_stats_exit();
+    collect_stability_info_exit();
+    collect_mtbf_info_exit();
+    TLOGW(TAG_TARN_STATS, "%s() %d: service exit");
+    return 0;
+}
+
+int32_t PowerBigDataCore::MainThread() {
+    while (mRunning) {
+        {
+            std::unique_lock<std::mutex> lock(mStartMutex);
+            // The one-second sleep waits on the gate's condition so that shutdown cuts it short;
+            // other wake-ups (starts, hints) just resume the sleep.
+            auto wake = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+            mStartCond.wait_until(lock, wake, [this] { return !mRunning; });
+            mStartCond.wait(lock, [this] { return mStarted || !mRunning; });
+        }
+        if (!mRunning) return 0;
+        if (mStarted) Tick();
+    }
+    return 0;
+}
+
+void PowerBigDataCore::Tick() {
+    int64_t t0 = monotonic_ns();
+    run_collector_tick(g_collector_table, mTableMutex);
+    notifyListeners();
+    int64_t t1 = monotonic_ns();
+    TLOGD_FN(TAG_TARN_STATS, "MainThread", "%s() %d: delay time(ms):%ld runtime(us):%ld", 1000L,
+             static_cast<long>((t1 - t0) / 1000));
+}
+
+void PowerBigDataCore::ConfigurePowerCoreParam(PowerIntervalCfg power, ThermalIntervalCfg thermal,
+                                               StabilityIntervalCfg stability) {
+    std::lock_guard<std::mutex> lock(mTableMutex);
+    configure_collector_table(g_collector_table, power, thermal, stability);
+}
+
+void PowerBigDataCore::startSampling() {
+    {
+        // Set under the gate's mutex: a worker that has just seen the gate closed is either not
+        // yet waiting (and will see the flag) or already waiting (and gets the notification).
+        std::lock_guard<std::mutex> lock(mStartMutex);
+        mStarted = true;
+    }
+    mStartCond.notify_all();
+}
+
+void PowerBigDataCore::stopSampling() {
+    mStarted = false;
+}
+
+std::string PowerBigDataCore::getAppName() {
+    std::lock_guard<std::mutex> lock(mAppNameMutex);
+    return mAppName;
+}
+
+void PowerBigDataCore::sendEvent(int32_t hint, const std::string& userDataStr, int32_t userData1,
+                                 int32_t userData2, const std::vector<int32_t>& /*reserved*/) {
+    if (userDataStr.empty()) return;
+    std::string appName = userDataStr.substr(0, userDataStr.find('/'));
+    TLOGD(TAG_TARN_STATS,
+          "%s() %d: hint:0x%X [%s] userDataStr:%s appName:%s userData1:%d userData2:%d",
+          static_cast<unsigned>(hint), hint_name(hint), userDataStr.c_str(), appName.c_str(),
+          userData1, userData2);
+
+    uint32_t code = static_cast<uint32_t>(hint);
+    if (code == HINT_ACTIVITY_START || code == HINT_ACTIVITY_RESUME) {
+        {
+            std::lock_guard<std::mutex> lock(mAppNameMutex);
+            mAppName = appName;
+        }
+        mStartCond.notify_all();
+    } else if (code == HINT_ACTIVITY_STOP || code == HINT_ACTIVITY_PAUSE) {
+        mStartCond.notify_all();
+    }
+}

@@ -1,0 +1,148 @@
+#include "options.h"
+
+#include <errno.h>
+#include <getopt.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "core/collector_table.h"
+#include "core/tarn_log.h"
+#include "report/zel_helper.h"
+
+namespace {
+
+enum Option {
+    OPT_CPU = 1,
+    OPT_GPU,
+    OPT_BAT,
+    OPT_DDR,
+    OPT_STAB,
+    OPT_THERM,
+    OPT_LPM,
+    OPT_PS,
+    OPT_BRI,
+    OPT_FPS,
+    OPT_DAEMON,
+    OPT_LOCAL,
+    OPT_DEBUG = 'd',
+    OPT_HELP = 'h',
+};
+
+const struct option kLongOptions[] = {
+    {"cpu", required_argument, nullptr, OPT_CPU},
+    {"gpu", required_argument, nullptr, OPT_GPU},
+    {"bat", required_argument, nullptr, OPT_BAT},
+    {"ddr", required_argument, nullptr, OPT_DDR},
+    {"stab", required_argument, nullptr, OPT_STAB},
+    {"therm", required_argument, nullptr, OPT_THERM},
+    {"lpm", required_argument, nullptr, OPT_LPM},
+    {"ps", required_argument, nullptr, OPT_PS},
+    {"bri", required_argument, nullptr, OPT_BRI},
+    {"fps", required_argument, nullptr, OPT_FPS},
+    {"daemon", no_argument, nullptr, OPT_DAEMON},
+    {"local", required_argument, nullptr, OPT_LOCAL},
+    {"debug", required_argument, nullptr, OPT_DEBUG},
+    {"help", no_argument, nullptr, OPT_HELP},
+    {nullptr, 0, nullptr, 0},
+};
+
+void open_local_file(const char* path) {
+    FILE* fp = fopen(path, "a");
+    if (fp == nullptr) {
+        int err = errno;
+        TLOGE_FN(TAG_MAIN, "main", "%s() %d: open[%s] failed errno:%d [%s]", path, err,
+                 strerror(err));
+        return;
+    }
+    // A later --local replaces an earlier one; nothing has been written to the earlier file yet.
+    if (g_local_file != nullptr) fclose(g_local_file);
+    g_local_file = fp;
+}
+
+}  // namespace
+
+ParseResult parse_command_line(int argc, char* argv[], CommandLineConfig* cfg) {
+    memset(cfg, 0, sizeof(*cfg));
+    // The usage text is the only thing the daemon writes to standard error: keep getopt quiet.
+    opterr = 0;
+    // Start from a fresh parser state (0 makes getopt re-initialise itself).
+    optind = 0;
+
+    int opt;
+    while ((opt = getopt_long(argc, argv, "d:h", kLongOptions, nullptr)) != -1) {
+        switch (opt) {
+            case OPT_CPU:
+                cfg->power.tcpu = atoi(optarg);
+                break;
+            case OPT_GPU:
+                cfg->power.tgpu = atoi(optarg);
+                break;
+            case OPT_BAT:
+                cfg->power.tbat = atoi(optarg);
+                break;
+            case OPT_DDR:
+                cfg->power.tddr = atoi(optarg);
+                break;
+            case OPT_STAB:
+                cfg->stability.tstab = atoi(optarg);
+                cfg->stability.enable_flag = STABILITY_FLAG_CMDLINE;
+                break;
+            case OPT_THERM:
+                cfg->thermal.ttherm = atoi(optarg);
+                cfg->thermal.enable_flag = THERMAL_FLAG_CMDLINE;
+                break;
+            case OPT_LPM:
+                cfg->power.tlpm = atoi(optarg);
+                break;
+            case OPT_PS:
+                cfg->power.tps = atoi(optarg);
+                break;
+            case OPT_BRI:
+                cfg->power.tbri = atoi(optarg);
+                break;
+            case OPT_FPS:
+                cfg->power.tfps = atoi(optarg);
+                break;
+            case OPT_DAEMON:
+                cfg->startAtOnce = true;
+                break;
+            case OPT_LOCAL:
+                open_local_file(optarg);
+                break;
+            case OPT_DEBUG:
+                g_debug_level = atoi(optarg);
+                break;
+            default:
+                return ParseResult::Usage;
+        }
+    }
+    return ParseResult::Run;
+}
+
+void print_usage() {
+    fprintf(stderr, "tarn_stats : %s\n", TARN_STATS_VERSION);
+    fprintf(stderr,
+            "Usage: sample system data at background like CPU/GPU/DDR/Thermal/Stability and so "
+            "on\n");
+    fprintf(stderr, "\t tarn_stats <opts> \n");
+    fprintf(stderr, "\t -- cpu X   -- sample gpu info with X period\n");
+    fprintf(stderr, "\t -- bat X   -- sample bat info with X period\n");
+    fprintf(stderr, "\t -- ddr X   -- sample ddr info with X period\n");
+    fprintf(stderr, "\t -- stab X  -- sample stab info with X period\n");
+    fprintf(stderr, "\t -- therm X -- sample therm info with X period\n");
+    fprintf(stderr, "\t -- lpm X   -- sample lpm info with X period\n");
+    fprintf(stderr, "\t -- ps X    -- sample ps info with X period\n");
+    fprintf(stderr, "\t -- bri X   -- sample bri info with X period\n");
+    fprintf(stderr, "\t -- fps X   -- sample fps info with X period\n");
+    fprintf(stderr, "\t -- daemon  -- start sample without remote enable\n");
+    fprintf(stderr,
+            "\t -- local   -- save the data to local file path, reset file when bigger than "
+            "4GB\n");
+    fprintf(stderr,
+            "\t -- debug or -d  -- set debug level error:3, warnning:4, info:6, debug:7 \n");
+    fprintf(stderr,
+            "\t                 -- setprop rw.debug.tarn.stats.enabled X to cover debug level "
+            "when X not 0\n");
+    fprintf(stderr, "\t -- help or -h   -- show this help info\n");
+}
