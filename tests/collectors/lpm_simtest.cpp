@@ -1,0 +1,218 @@
+// Low-power-mode record over successive samples, from fixture nodes at the device's own paths.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <map>
+#include <sstream>
+
+#include "collectors/collectors.h"
+#include "collectors/fnode.h"
+#include "common/test_util.h"
+#include "core/power_bigdata_core.h"
+#include "core/tarn_log.h"
+
+using tarn_test::write_file;
+using V = std::vector<std::string>;
+
+namespace {
+
+const char* const kSubsys[] = {"adsp", "adsp_island", "aosd",  "apss", "cdsp",
+                               "cxsd", "ddr",         "modem", "slpi", "slpi_island"};
+const char* const kWlan[] = {"wlnd", "wlne_v2", "wlne", "wlnf", "wlnc", "wlnb", "wlna", "wifi"};
+constexpr unsigned long long kSec = 19200000ULL;
+
+std::string idle(int d) {
+    return "/sys/kernel/debug/pm_genpd/cpu-pd" + std::to_string(d) + "/idle_states";
+}
+std::string sleep_node(const std::string& n) {
+    return "/sys/kernel/debug/kelv_sleep_stats/" + n;
+}
+std::string wlan(const std::string& dir) {
+    return "/sys/kernel/" + dir + "/power_stats";
+}
+
+void write_idle(int d, const std::string& lines) {
+    write_file(idle(d), "State          Time Spent(ms) Usage          Rejected\n" + lines);
+}
+void write_sleep(const std::string& n, unsigned long long count, unsigned long long dur) {
+    write_file(sleep_node(n), "Count = " + std::to_string(count) +
+                                  "\nLast Entered At = 7000\nLast Exited At = 7100\n"
+                                  "Accumulated Duration = " +
+                                  std::to_string(dur) + "\n");
+}
+void write_wlan(const std::string& dir, int a, int b, int c, int d) {
+    char buf[256];
+    snprintf(buf, sizeof(buf),
+             "WLAN power statistics\nsince load\nSleep time: %d\nTotal on time: %d\n"
+             "Sleep enter counter: %d\nSleep enter timestamp: %d\n",
+             a, b, c, d);
+    write_file(wlan(dir), buf);
+}
+
+// One handler call; the record as uploaded, split into label -> words of its part.
+struct Sample {
+    int32_t ret = 0;
+    bool reported = false;
+    std::string record;
+    V labels;
+    std::map<std::string, V> parts;
+    V last(const std::string& label, size_t n) const {
+        const V& w = parts.at(label);
+        return w.size() < n ? V{} : V(w.end() - (long)n, w.end());
+    }
+};
+
+Sample sample() {
+    fflush(g_local_file);
+    long before = ftell(g_local_file);
+    Sample s;
+    s.ret = collect_lpm_stats_hndl(0);
+    fflush(g_local_file);
+    std::string line(4200, '\0');
+    fseek(g_local_file, before, SEEK_SET);
+    line.resize(fread(&line[0], 1, line.size(), g_local_file));
+    std::string prefix = PowerBigDataCore::getInstance()->getAppName() + ",LPM,";
+    if (line.find(prefix) == std::string::npos) return s;
+    s.reported = true;
+    s.record = line.substr(line.find(prefix) + prefix.size() - 4);
+    s.record.pop_back();  // the local file's newline
+    std::stringstream ss(s.record.substr(4));
+    for (std::string label, part; std::getline(ss, label, ',') && std::getline(ss, part, ',');) {
+        std::stringstream ws(part);
+        s.labels.push_back(label);
+        for (std::string w; ws >> w;) s.parts[label].push_back(w);
+    }
+    return s;
+}
+
+class LpmTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        g_debug_level = 7;  // formats every message's arguments
+        PowerBigDataCore::getInstance();
+        if (g_local_file == nullptr) g_local_file = tmpfile();
+    }
+    // Every node present with plain content, and open as at start-up.
+    void SetUp() override {
+        for (int d = 0; d < 8; d++) write_idle(d, "S0   512   64   0\n");
+        for (const char* s : kSubsys) write_sleep(s, 12, 1000);
+        write_sleep("ddr_stats", 1, 1);
+        for (const char* w : kWlan) unlink(wlan(w).c_str());
+        write_wlan("wlnd", 100, 200, 30, 4000);
+        for (int r = 0; r < 19; r++) {
+            fnode& row = g_fnode_table[FNODE_LPM_BASE + r];
+            if (row.fp != nullptr) fclose(row.fp);
+            row.fp = fopen(row.path, "r");
+        }
+    }
+};
+
+// Kept values start at zero, so the process's first record carries whole counters; it has to be
+// the first test of the binary.
+TEST_F(LpmTest, FirstRecordCarriesWholeCountersInLayoutOrder) {
+    Sample s = sample();
+    ASSERT_TRUE(s.reported);
+    EXPECT_EQ(s.ret, (int32_t)s.record.size());
+    EXPECT_EQ(s.record.rfind("LPM,CPU0, S0 512 64 0 64 0 0 0 0 0,CPU1, S0 512 64 0 64 0", 0), 0u);
+    V order = {"CPU0", "CPU1", "CPU2", "CPU3", "CPU4", "CPU5", "CPU6", "CPU7"};
+    order.insert(order.end(), std::begin(kSubsys), std::end(kSubsys));
+    order.push_back("WCNSS");
+    EXPECT_EQ(s.labels, order);
+    EXPECT_EQ(s.parts.at("adsp"), (V{"12", "7000", "7100", "1000", "12", "0"}));
+    EXPECT_EQ(s.parts.at("WCNSS"), (V{"100", "200", "30", "4000", "100", "200", "30", "4000"}));
+}
+
+TEST_F(LpmTest, IdleStatesUseTheLastLineOnly) {
+    write_idle(3, "S0   900   300   0\nS1   400   100   2\n");
+    V before = sample().last("CPU3", 6);
+    write_idle(3, "S0   950   340   0\nS1   480   130   2\n");
+    Sample s = sample();
+    EXPECT_EQ(s.parts.at("CPU3"), (V{"S1", "480", "130", "2", before[0], "30", before[2], before[3],
+                                     before[4], before[5]}));
+    EXPECT_EQ(sample().last("CPU3", 6)[1], "0");  // unchanged file: no new use
+    write_idle(3, "S1 10 7 0\n");                 // reset counter: the new value is the delta
+    EXPECT_EQ(sample().last("CPU3", 6)[1], "7");
+    write_idle(3, "S5 1 4 0\n");
+    V d = sample().last("CPU3", 6);
+    EXPECT_EQ(d[5], "4");
+    write_idle(3, "S6 1 99 0\n");  // not a state S0..S5: no delta moves
+    EXPECT_EQ(sample().last("CPU3", 6), d);
+    write_file(idle(3), "");
+    EXPECT_EQ(sample().parts.at("CPU3"), d);
+}
+
+TEST_F(LpmTest, SubsystemCountsAndWholeSecondDurations) {
+    write_sleep("adsp", 10, 1000);
+    sample();
+    auto next = [](unsigned long long count, unsigned long long dur) {
+        write_sleep("adsp", count, dur);
+        return sample().last("adsp", 2);
+    };
+    EXPECT_EQ(next(10, 1000 + kSec), (V{"1", "1"}));  // a whole second asleep counts one entry
+    EXPECT_EQ(next(10, 1000 + 2 * kSec - 1), (V{"0", "0"}));
+    EXPECT_EQ(next(15, 1000 + 5 * kSec + 4), (V{"5", "3"}));
+    EXPECT_EQ(next(4, 500), (V{"4", "0"}));  // reset counters
+    EXPECT_EQ(next(4, 2 * kSec + 500), (V{"1", "2"}));
+    EXPECT_EQ(next(4, 2 * kSec), (V{"1", "2"}));  // duration reset to two seconds
+    write_file(sleep_node("adsp"), "garbage\n");
+    EXPECT_EQ(sample().parts.at("adsp"), (V{"garbage", "0", "0"}));
+}
+
+TEST_F(LpmTest, MissingFilesAndStreams) {
+    unlink(sleep_node("slpi").c_str());
+    unlink(sleep_node("slpi_island").c_str());
+    Sample s = sample();
+    EXPECT_EQ(s.ret, (int32_t)s.record.size());
+    EXPECT_EQ(s.parts.count("slpi") + s.parts.count("slpi_island"), 0u);
+    EXPECT_EQ(s.labels.back(), "WCNSS");
+
+    // A readable file whose stream was not opened at start-up, or a CPU domain that was not:
+    // -22 and no record, whatever was built before.
+    for (int row : {12, 5}) {
+        fnode& n = g_fnode_table[FNODE_LPM_BASE + row];
+        fclose(n.fp);
+        n.fp = nullptr;
+        s = sample();
+        EXPECT_EQ(s.ret, -22);
+        EXPECT_FALSE(s.reported);
+    }
+}
+
+TEST_F(LpmTest, WlanFileChoiceAndDeltas) {
+    const fnode& row = g_fnode_table[FNODE_LPM_BASE + FNODE_LPM_WLAN];
+    unlink(wlan("wlnd").c_str());
+    Sample s = sample();
+    EXPECT_EQ(s.labels.back(), "slpi_island");
+    EXPECT_EQ(row.path, nullptr);
+
+    write_wlan("wifi", 1, 1, 1, 1);
+    write_wlan("wlnf", 5000, 6000, 70, 8000);
+    s = sample();
+    EXPECT_EQ(V(s.parts.at("WCNSS").begin(), s.parts.at("WCNSS").begin() + 4),
+              (V{"5000", "6000", "70", "8000"}));
+    EXPECT_STREQ(row.path, "/sys/kernel/wlnf/power_stats");
+    EXPECT_EQ(row.fp, nullptr);
+    write_wlan("wlnf", 5100, 6300, 72, 9000);
+    EXPECT_EQ(sample().last("WCNSS", 4), (V{"100", "300", "2", "1000"}));
+    write_wlan("wlnf", 40, 6400, 73, 9100);  // driver reloaded
+    EXPECT_EQ(sample().last("WCNSS", 4), (V{"40", "100", "1", "100"}));
+
+    write_file(wlan("wlnf"), "WLAN power statistics\nsince load\n");  // no values
+    s = sample();
+    EXPECT_TRUE(s.reported);
+    EXPECT_EQ(s.parts.count("WCNSS"), 0u);
+}
+
+TEST_F(LpmTest, RecordThatWouldPassTheBufferIsDropped) {
+    std::string word(590, 'x');
+    for (int d = 0; d < 8; d++) write_idle(d, "S0 1 2 3 " + word + "\n");
+    EXPECT_EQ(sample().ret, -1);
+    EXPECT_FALSE(sample().reported);
+    for (int d = 4; d < 8; d++) write_idle(d, "S0 1 2 3\n");
+    Sample s = sample();
+    EXPECT_GT(s.ret, 4 * 590);
+    EXPECT_EQ(s.ret, (int32_t)s.record.size());
+    EXPECT_EQ(s.labels.back(), "WCNSS");
+}
+
+}  // namespace
