@@ -21,32 +21,26 @@ const char* const kSubsys[] = {"adsp", "adsp_island", "aosd",  "apss", "cdsp",
 const char* const kWlan[] = {"wlnd", "wlne_v2", "wlne", "wlnf", "wlnc", "wlnb", "wlna", "wifi"};
 constexpr unsigned long long kSec = 19200000ULL;
 
-std::string idle(int d) {
-    return "/sys/kernel/debug/pm_genpd/cpu-pd" + std::to_string(d) + "/idle_states";
-}
-std::string sleep_node(const std::string& n) {
-    return "/sys/kernel/debug/kelv_sleep_stats/" + n;
-}
+const std::string kIdle = "/sys/kernel/debug/pm_genpd/cpu-pd",
+                  kSleep = "/sys/kernel/debug/kelv_sleep_stats/";
 std::string wlan(const std::string& dir) {
     return "/sys/kernel/" + dir + "/power_stats";
 }
 
 void write_idle(int d, const std::string& lines) {
-    write_file(idle(d), "State          Time Spent(ms) Usage          Rejected\n" + lines);
+    write_file(kIdle + std::to_string(d) + "/idle_states",
+               "State          Time Spent(ms) Usage          Rejected\n" + lines);
 }
 void write_sleep(const std::string& n, unsigned long long count, unsigned long long dur) {
-    write_file(sleep_node(n), "Count = " + std::to_string(count) +
-                                  "\nLast Entered At = 7000\nLast Exited At = 7100\n"
-                                  "Accumulated Duration = " +
-                                  std::to_string(dur) + "\n");
+    write_file(kSleep + n,
+               "Count = " + std::to_string(count) + "\nLast Entered At = 7000\n" +
+                   "Last Exited At = 7100\nAccumulated Duration = " + std::to_string(dur) + "\n");
 }
 void write_wlan(const std::string& dir, int a, int b, int c, int d) {
-    char buf[256];
-    snprintf(buf, sizeof(buf),
-             "WLAN power statistics\nsince load\nSleep time: %d\nTotal on time: %d\n"
-             "Sleep enter counter: %d\nSleep enter timestamp: %d\n",
-             a, b, c, d);
-    write_file(wlan(dir), buf);
+    write_file(wlan(dir), "WLAN power statistics\nsince load\nSleep time: " + std::to_string(a) +
+                              "\nTotal on time: " + std::to_string(b) +
+                              "\nSleep enter counter: " + std::to_string(c) +
+                              "\nSleep enter timestamp: " + std::to_string(d) + "\n");
 }
 
 // One handler call; the record as uploaded, split into label -> words of its part.
@@ -135,10 +129,8 @@ TEST_F(LpmTest, IdleStatesUseTheLastLineOnly) {
     write_idle(3, "S5 1 4 0\n");
     V d = sample().last("CPU3", 6);
     EXPECT_EQ(d[5], "4");
-    write_idle(3, "S6 1 99 0\n");  // not a state S0..S5: no delta moves
+    write_idle(3, "");  // header only: no state S0..S5, no delta moves
     EXPECT_EQ(sample().last("CPU3", 6), d);
-    write_file(idle(3), "");
-    EXPECT_EQ(sample().parts.at("CPU3"), d);
 }
 
 TEST_F(LpmTest, SubsystemCountsAndWholeSecondDurations) {
@@ -154,13 +146,11 @@ TEST_F(LpmTest, SubsystemCountsAndWholeSecondDurations) {
     EXPECT_EQ(next(4, 500), (V{"4", "0"}));  // reset counters
     EXPECT_EQ(next(4, 2 * kSec + 500), (V{"1", "2"}));
     EXPECT_EQ(next(4, 2 * kSec), (V{"1", "2"}));  // duration reset to two seconds
-    write_file(sleep_node("adsp"), "garbage\n");
-    EXPECT_EQ(sample().parts.at("adsp"), (V{"garbage", "0", "0"}));
 }
 
 TEST_F(LpmTest, MissingFilesAndStreams) {
-    unlink(sleep_node("slpi").c_str());
-    unlink(sleep_node("slpi_island").c_str());
+    unlink((kSleep + "slpi").c_str());
+    unlink((kSleep + "slpi_island").c_str());
     Sample s = sample();
     EXPECT_EQ(s.ret, (int32_t)s.record.size());
     EXPECT_EQ(s.parts.count("slpi") + s.parts.count("slpi_island"), 0u);
@@ -194,8 +184,6 @@ TEST_F(LpmTest, WlanFileChoiceAndDeltas) {
     EXPECT_EQ(row.fp, nullptr);
     write_wlan("wlnf", 5100, 6300, 72, 9000);
     EXPECT_EQ(sample().last("WCNSS", 4), (V{"100", "300", "2", "1000"}));
-    write_wlan("wlnf", 40, 6400, 73, 9100);  // driver reloaded
-    EXPECT_EQ(sample().last("WCNSS", 4), (V{"40", "100", "1", "100"}));
 
     write_file(wlan("wlnf"), "WLAN power statistics\nsince load\n");  // no values
     s = sample();
