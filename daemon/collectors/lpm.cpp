@@ -42,12 +42,7 @@
 #define LPM_TICKS_PER_SEC 19200000ULL
 
 // The messages that show `use` and `buflen` carry the handler's name, whichever step logs them.
-#define LPM_HNDL_LOGD(fmt, ...)                                                              \
-    do {                                                                                     \
-        if (g_debug_level >= TARN_LEVEL_DEBUG)                                               \
-            __android_log_print(ANDROID_LOG_DEBUG, TAG_POWER, fmt, "collect_lpm_stats_hndl", \
-                                __LINE__, ##__VA_ARGS__);                                    \
-    } while (0)
+#define LPM_HNDL_LOGD(fmt, ...) TLOGD_FN(TAG_POWER, "collect_lpm_stats_hndl", fmt, ##__VA_ARGS__)
 
 static const char kSubsysLabels[LPM_SUBSYS_COUNT][LPM_FIELD_LEN] = {
     "adsp,", "adsp_island,", "aosd,",  "apss,", "cdsp,",
