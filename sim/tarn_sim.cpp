@@ -1,2 +1,0 @@
-// Placeholder until the simulator lands.
-int main() { return 0; }
