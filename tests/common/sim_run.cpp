@@ -1,0 +1,223 @@
+#include "common/sim_run.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <ftw.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "common/test_util.h"
+
+namespace tarn_test {
+namespace {
+
+int remove_entry(const char* path, const struct stat*, int type, struct FTW*) {
+    if (type == FTW_DP) {
+        rmdir(path);
+    } else {
+        unlink(path);
+    }
+    return 0;
+}
+
+int decode_status(int status) {
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
+    return -1;
+}
+
+std::vector<char*> to_argv(const std::vector<std::string>& args) {
+    std::vector<char*> argv;
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    return argv;
+}
+
+}  // namespace
+
+std::string sim_path() {
+    return TARN_BINARY_DIR "/tarn_sim";
+}
+std::string daemon_path() {
+    return TARN_BINARY_DIR "/tarn_stats";
+}
+std::string phone8_image() {
+    return TARN_SOURCE_DIR "/sim/devices/phone8";
+}
+
+int run_command(const std::vector<std::string>& argv, std::string* out, std::string* err) {
+    int out_pipe[2], err_pipe[2];
+    if (pipe2(out_pipe, O_CLOEXEC) < 0) return -1;
+    if (pipe2(err_pipe, O_CLOEXEC) < 0) {
+        close(out_pipe[0]);
+        close(out_pipe[1]);
+        return -1;
+    }
+    std::vector<char*> args = to_argv(argv);
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(out_pipe[1], STDOUT_FILENO);
+        dup2(err_pipe[1], STDERR_FILENO);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    close(out_pipe[1]);
+    close(err_pipe[1]);
+    std::string collected[2];
+    pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
+    int open_fds = 2;
+    while (open_fds > 0) {
+        if (poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+            char buf[4096];
+            ssize_t n = read(fds[i].fd, buf, sizeof(buf));
+            if (n > 0) {
+                collected[i].append(buf, static_cast<size_t>(n));
+            } else if (n == 0 || errno != EINTR) {
+                close(fds[i].fd);
+                fds[i].fd = -1;
+                --open_fds;
+            }
+        }
+    }
+    for (auto& fd : fds) {
+        if (fd.fd >= 0) close(fd.fd);
+    }
+    if (out != nullptr) *out = collected[0];
+    if (err != nullptr) *err = collected[1];
+    if (pid < 0) return -1;
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) return -1;
+    }
+    return decode_status(status);
+}
+
+SimRun::SimRun(const SimOptions& opts, const std::vector<std::string>& command) {
+    char tmpl[] = "/tmp/tarn_simrun.XXXXXX";
+    if (mkdtemp(tmpl) == nullptr) return;
+    mTmp = tmpl;
+    mRoot = mTmp + "/root";
+    mRecords = mTmp + "/records.txt";
+    mLog = mTmp + "/log.txt";
+    write_file(mRecords, "");
+
+    std::vector<std::string> argv = {sim_path(), "run", "--image",   opts.image,
+                                     "--root",   mRoot, "--records", mRecords};
+    for (const std::string& p : opts.props) {
+        argv.push_back("--prop");
+        argv.push_back(p);
+    }
+    if (!opts.perf_hal) argv.push_back("--no-perf-hal");
+    if (!opts.telemetry) argv.push_back("--no-telemetry");
+    if (opts.animate) argv.push_back("--animate");
+    if (opts.duration > 0) {
+        argv.push_back("--duration");
+        argv.push_back(std::to_string(opts.duration));
+    }
+    argv.push_back("--");
+    argv.insert(argv.end(), command.begin(), command.end());
+
+    std::vector<char*> args = to_argv(argv);
+    int log_fd = open(mLog.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+    mPid = fork();
+    if (mPid == 0) {
+        dup2(log_fd, STDOUT_FILENO);
+        dup2(log_fd, STDERR_FILENO);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    if (log_fd >= 0) close(log_fd);
+    if (mPid < 0) return;
+    // Ready once the control socket is there (or the simulator is already gone).
+    std::string control = mRoot + "/.tarn_sim/control";
+    wait_until([&] { return access(control.c_str(), F_OK) == 0 || wait_exit({}) != -1; },
+               std::chrono::seconds(60));
+}
+
+SimRun::~SimRun() {
+    if (mPid > 0 && mStatus == -1) {
+        stop();
+        if (mStatus == -1) {
+            kill(mPid, SIGKILL);
+            wait_exit(std::chrono::seconds(30));
+        }
+    }
+    if (!mTmp.empty()) nftw(mTmp.c_str(), remove_entry, 32, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
+}
+
+std::vector<std::string> SimRun::records() const {
+    std::string all = read_file(mRecords);
+    std::vector<std::string> lines;
+    size_t start = 0, nl;
+    for (; (nl = all.find('\n', start)) != std::string::npos; start = nl + 1) {
+        lines.push_back(all.substr(start, nl - start));
+    }
+    return lines;
+}
+
+std::string SimRun::log() const {
+    return read_file(mLog);
+}
+
+bool SimRun::wait_for_records(const std::function<bool(const std::vector<std::string>&)>& pred,
+                              std::chrono::milliseconds timeout) {
+    return wait_until([&] { return pred(records()); }, timeout);
+}
+
+bool SimRun::wait_for_log(const std::string& needle, std::chrono::milliseconds timeout) {
+    return wait_until([&] { return log().find(needle) != std::string::npos; }, timeout);
+}
+
+int SimRun::control(const std::vector<std::string>& args, std::string* out) {
+    std::vector<std::string> argv = {sim_path()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    argv.push_back("--root");
+    argv.push_back(mRoot);
+    std::string err;
+    int status = run_command(argv, out, &err);
+    if (!err.empty()) {
+        // Keep the control command's complaints next to the simulator's log.
+        int fd = open(mLog.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+        if (fd >= 0) {
+            ssize_t n = write(fd, err.data(), err.size());
+            (void)n;
+            close(fd);
+        }
+    }
+    return status;
+}
+
+int SimRun::wait_exit(std::chrono::milliseconds timeout) {
+    if (mStatus != -1 || mPid <= 0) return mStatus;
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        int status;
+        pid_t r = waitpid(mPid, &status, WNOHANG);
+        if (r == mPid) {
+            mStatus = decode_status(status);
+            return mStatus;
+        }
+        if (r < 0 && errno != EINTR) return -1;
+        if (std::chrono::steady_clock::now() >= deadline) return -1;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+int SimRun::stop() {
+    if (mStatus != -1 || mPid <= 0) return mStatus;
+    control({"stop"});
+    return wait_exit(std::chrono::seconds(60));
+}
+
+}  // namespace tarn_test
