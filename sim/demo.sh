@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Runs the daemon on the simulated phone8 device for 30 seconds with a period for every collector
+# and prints each record as it arrives: seconds since start, the kind of record, the foreground
+# application and the record itself. The daemon's own log goes to build/demo.log.
+set -uo pipefail
+
+cd "$(dirname "$0")/.."
+BUILD=${BUILD:-build}
+DURATION=${DURATION:-30}
+LOG="$BUILD/demo.log"
+
+declare -A KIND=(
+    [2]=battery [3]=cpu [4]=gpu [5]=ddr [6]=low-power [7]=processes [8]=brightness
+    [9]="frame rate" [1000]="thermal zone" [1001]=cooling [1002]=clocks
+    [2000]="status file" [2001]=tombstone [2002]="anr trace" [3000]=mtbf
+)
+
+show_records() {
+    local kpi line shown=0
+    while IFS=$'\t' read -r kpi line; do
+        # The line: version, manufacturer, model, serial, build id, application, then the record.
+        IFS=, read -r version maker model serial build app _ <<<"$line"
+        if [ "$shown" = 0 ]; then
+            printf 'device: %s %s, serial %s, build %s (%s)\n\n' \
+                "$maker" "$model" "$serial" "$build" "$version"
+            shown=1
+        fi
+        local prefix="$version,$maker,$model,$serial,$build,$app,"
+        local record=${line:${#prefix}}
+        record=${record//\\n/ | }
+        [ "${#record}" -gt 150 ] && record="${record:0:147}..."
+        printf '[%3ds] %-13s %-24s %s\n' "$SECONDS" "${KIND[$kpi]:-kpi $kpi}" "$app" "$record"
+    done
+}
+
+echo "tarn_stats demo on phone8 for ${DURATION} s (the daemon's log goes to $LOG)"
+echo
+SECONDS=0
+"$BUILD/tarn_sim" run --image sim/devices/phone8 --animate --duration "$DURATION" -- \
+    "$BUILD/tarn_stats" --daemon --bat 2 --cpu 1 --gpu 2 --ddr 2 --lpm 5 --ps 10 --bri 3 \
+    --fps 3 --therm 5 --stab 10 2>"$LOG" | show_records
+status=${PIPESTATUS[0]}
+echo
+echo "daemon and simulator exited with status $status"
+exit "$status"
