@@ -33,13 +33,27 @@ show_records() {
     done
 }
 
+# Activity hints from the simulated perf HAL change the application that the records carry.
+send_hints() {
+    sleep $((DURATION / 3))
+    "$BUILD/tarn_sim" hint --root "$ROOT" 0x1001 org.sample.camera/.Viewfinder >/dev/null 2>&1
+    sleep $((DURATION / 3))
+    "$BUILD/tarn_sim" hint --root "$ROOT" 0x1003 com.android.launcher3/.Home >/dev/null 2>&1
+}
+
+ROOT=$(mktemp -d)
+trap 'rm -rf "$ROOT"' EXIT
+
 echo "tarn_stats demo on phone8 for ${DURATION} s (the daemon's log goes to $LOG)"
 echo
 SECONDS=0
-"$BUILD/tarn_sim" run --image sim/devices/phone8 --animate --duration "$DURATION" -- \
+send_hints &
+"$BUILD/tarn_sim" run --image sim/devices/phone8 --root "$ROOT" --animate \
+    --duration "$DURATION" -- \
     "$BUILD/tarn_stats" --daemon --bat 2 --cpu 1 --gpu 2 --ddr 2 --lpm 5 --ps 10 --bri 3 \
     --fps 3 --therm 5 --stab 10 2>"$LOG" | show_records
 status=${PIPESTATUS[0]}
+wait
 echo
 echo "daemon and simulator exited with status $status"
 exit "$status"
