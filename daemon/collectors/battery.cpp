@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "collectors/collectors.h"
+#include "collectors/fnode.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
@@ -71,7 +72,7 @@ int32_t collect_battery_stats_hndl(uint64_t) {
     int32_t voltage = 0, current = 0, temperature = 0, capacity = 0;
 
     if (g_battery_fp == nullptr) return 0;
-    fseek(g_battery_fp, 0, SEEK_SET);
+    node_rewind(g_battery_fp);
 
     bool key_cut = false;
     while (read_uevent_line(g_battery_fp, key, value, &key_cut)) {

@@ -259,7 +259,7 @@ static void read_cpus_util(FILE* fp, float* util) {
     for (int i = 0; i < MAX_CPUS; i++) util[i] = 0.0f;
     char line[STAT_LINE_LEN];
     memset(line, 0, sizeof(line));
-    fseek(fp, 0, SEEK_SET);
+    node_rewind(fp);
     if (!read_stat_line(fp, line, sizeof(line))) return;  // the all-CPU line
 
     uint32_t lines = std::min<uint32_t>(g_cpu_count, MAX_CPUS);

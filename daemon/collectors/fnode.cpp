@@ -128,8 +128,13 @@ void fnode_close_all() {
 FILE* fnode_rewind(int index) {
     if (index < 0 || index >= FNODE_COUNT) return nullptr;
     FILE* fp = g_fnode_table[index].fp;
-    if (fp != nullptr) fseek(fp, 0, SEEK_SET);
+    if (fp != nullptr) node_rewind(fp);
     return fp;
+}
+
+void node_rewind(FILE* fp) {
+    fflush(fp);  // on an input stream: drops the buffer and forgets the cached file position
+    fseek(fp, 0, SEEK_SET);
 }
 
 int record_appendf(char* buf, int32_t use, const char* fmt, ...) {

@@ -57,3 +57,8 @@ void fnode_close_all();
 
 // Rewinds the row's stream and returns it, or null when the row is not open.
 FILE* fnode_rewind(int index);
+
+// Rewinds a kernel node's stream so that the next read fetches the node's current contents.
+// What the stream has buffered is dropped first: seeking alone may be served from the buffer
+// of the previous read and so return what the node held then.
+void node_rewind(FILE* fp);

@@ -1,0 +1,62 @@
+// Shared pieces of the power collector tests: capture of the records that one handler call
+// uploads, through the local record file.
+#pragma once
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <string>
+#include <vector>
+
+#include "collectors/collectors.h"
+#include "common/capture.h"
+#include "common/test_util.h"
+#include "core/power_bigdata_core.h"
+#include "core/tarn_log.h"
+
+namespace power_test {
+
+// The least device on which the core starts the CPU collector, whose init opens the node table:
+// a battery, one cpufreq policy and the possible CPUs.
+inline void write_minimal_device() {
+    tarn_test::write_file("/sys/class/power_supply/battery/uevent", "POWER_SUPPLY_CAPACITY=50\n");
+    tarn_test::write_file("/sys/devices/system/cpu/possible", "0-7\n");
+    const std::string policy = "/sys/devices/system/cpu/cpufreq/policy0/";
+    tarn_test::write_file(policy + "scaling_available_frequencies", "300000 600000 \n");
+    tarn_test::write_file(policy + "stats/time_in_state", "300000 10\n600000 20\n");
+}
+
+// Closes and reopens the node table, as after a restart of the CPU collector.
+inline int32_t reopen_nodes() {
+    collect_cpu_stats_exit();
+    return collect_cpu_stats_init();
+}
+
+// Builds the sampling core (which runs the battery and CPU inits on the nodes written so far)
+// and routes uploads into a temporary local record file.
+inline void start_core() {
+    g_debug_level = 7;  // formats every message's arguments
+    PowerBigDataCore::getInstance();
+    if (g_local_file == nullptr) g_local_file = tmpfile();
+}
+
+struct Call {
+    int32_t ret;
+    std::vector<std::string> records;  // record texts, without header and application name
+};
+
+// Calls `hndl` once and returns its result and the records it uploaded.
+template <typename Hndl>
+Call call(Hndl hndl) {
+    static tarn_test::LineReader reader(g_local_file);
+    reader.take();
+    Call c{hndl(0), {}};
+    std::string prefix = PowerBigDataCore::getInstance()->getAppName() + ",";
+    for (const std::string& line : reader.take()) {
+        size_t at = line.find(prefix);
+        c.records.push_back(at == std::string::npos ? line : line.substr(at + prefix.size()));
+    }
+    return c;
+}
+
+}  // namespace power_test
