@@ -27,9 +27,10 @@ struct SimOptions {
 };
 
 class SimRun {
-public:
+  public:
     // Starts `tarn_sim run` with a fresh root in a new temporary directory; the records go to
-    // records_path() and the simulator's and the command's standard error to log_path().
+    // records_path() and the simulator's and the command's standard output and error to
+    // log_path(). Returns once the simulator answers control commands (or has exited).
     SimRun(const SimOptions& opts, const std::vector<std::string>& command);
     // Stops the simulator if it still runs and removes the temporary directory.
     ~SimRun();
@@ -37,6 +38,7 @@ public:
     const std::string& root() const { return mRoot; }
     const std::string& records_path() const { return mRecords; }
     const std::string& log_path() const { return mLog; }
+    int pid() const { return mPid; }  // of tarn_sim itself, for sending it signals
 
     std::vector<std::string> records() const;  // lines of the records file so far
     std::string log() const;
@@ -56,7 +58,7 @@ public:
     // `tarn_sim stop`, then waits for the exit; the simulator's exit status.
     int stop();
 
-private:
+  private:
     std::string mTmp, mRoot, mRecords, mLog;
     int mPid = -1;
     int mStatus = -1;

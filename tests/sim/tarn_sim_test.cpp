@@ -1,0 +1,246 @@
+// tarn_sim from the outside: the sandbox, exit statuses, properties, and round trips through the
+// platform stand-ins (run by the sim_probe helper inside the simulator).
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "common/sim_run.h"
+#include "common/test_util.h"
+
+namespace {
+
+using tarn_test::run_command;
+using tarn_test::sim_path;
+using tarn_test::SimOptions;
+using tarn_test::SimRun;
+
+const std::string kBare = TARN_SOURCE_DIR "/tests/fixtures/bare";
+const std::string kProbe = TARN_BINARY_DIR "/sim_probe";
+
+bool contains(const std::string& text, const std::string& needle) {
+    return text.find(needle) != std::string::npos;
+}
+
+// `tarn_sim run` on an image without services; extra options go before the "--".
+int run_sim(const std::string& image, const std::vector<std::string>& options,
+            const std::vector<std::string>& command, std::string* out, std::string* err) {
+    std::vector<std::string> argv = {sim_path(), "run",           "--image",
+                                     image,      "--no-perf-hal", "--no-telemetry"};
+    argv.insert(argv.end(), options.begin(), options.end());
+    argv.push_back("--");
+    argv.insert(argv.end(), command.begin(), command.end());
+    return run_command(argv, out, err);
+}
+
+int run_shell(const std::string& script, std::string* out, std::string* err = nullptr,
+              const std::vector<std::string>& options = {}) {
+    return run_sim(kBare, options, {"/bin/sh", "-c", script}, out, err);
+}
+
+class TempDir {
+  public:
+    TempDir() {
+        char tmpl[] = "/tmp/tarn_simtest.XXXXXX";
+        path = mkdtemp(tmpl) != nullptr ? tmpl : "";
+    }
+    ~TempDir() { run_command({"/bin/rm", "-rf", path}); }
+    std::string path;
+};
+
+TEST(SandboxTest, PathsResolveInsideTheRoot) {
+    std::string out, err;
+    ASSERT_EQ(0, run_shell("cat /build.prop; echo ==; cat /proc/stat; echo ==; "
+                           "test -d /proc/self && test -c /dev/null && test -d /dev/socket && "
+                           "test -x " +
+                               sim_path() + " && ls -A /tmp && echo ok",
+                           &out, &err))
+        << err;
+    EXPECT_EQ(tarn_test::read_file(kBare + "/build.prop") + "==\n" +
+                  tarn_test::read_file(kBare + "/proc/stat") + "==\nok\n",
+              out);
+    // The host's system directories are there, read-only.
+    EXPECT_EQ(0, run_shell("test ! -w /etc && test ! -w /usr", &out));
+}
+
+TEST(SandboxTest, ImageCopyKeepsLinksModesAndEmptyFiles) {
+    TempDir image;
+    tarn_test::write_file(image.path + "/sys/devices/system/cpu/cpufreq/policy0/scaling_cur_freq",
+                          "1000\n");
+    tarn_test::write_file(image.path + "/data/empty", "");
+    tarn_test::write_file(image.path + "/data/secret", "s");
+    chmod((image.path + "/data/secret").c_str(), 0600);
+    tarn_test::make_dirs(image.path + "/sys/devices/system/cpu/cpu0");
+    ASSERT_EQ(0, symlink("../cpufreq/policy0",
+                         (image.path + "/sys/devices/system/cpu/cpu0/cpufreq").c_str()));
+    std::string out, err;
+    ASSERT_EQ(0, run_sim(image.path, {},
+                         {"/bin/sh", "-c",
+                          "readlink /sys/devices/system/cpu/cpu0/cpufreq; "
+                          "cat /sys/devices/system/cpu/cpu0/cpufreq/scaling_cur_freq; "
+                          "stat -c '%s %a' /data/empty /data/secret"},
+                         &out, &err))
+        << err;
+    EXPECT_EQ("../cpufreq/policy0\n1000\n0 644\n1 600\n", out);
+}
+
+TEST(SandboxTest, EachRunGetsAFreshRoot) {
+    std::string out, err;
+    ASSERT_EQ(0, run_shell("echo 1 > /data_mark; echo 2 > /tmp/mark; cat /data_mark /tmp/mark",
+                           &out, &err));
+    EXPECT_EQ("1\n2\n", out);
+    // The temporary root was announced, and is gone after the run.
+    size_t at = err.find("tarn_sim: root ");
+    ASSERT_NE(std::string::npos, at) << err;
+    std::string root = err.substr(at + 15, err.find('\n', at) - at - 15);
+    EXPECT_NE(0, access(root.c_str(), F_OK)) << root;
+    ASSERT_EQ(0, run_shell("ls /data_mark /tmp/mark 2>/dev/null; true", &out));
+    EXPECT_EQ("", out);
+
+    // A given root keeps what the command wrote, also through the /proc/stat mount; it must be
+    // empty or new.
+    TempDir dir;
+    std::string root2 = dir.path + "/root";
+    ASSERT_EQ(0, run_shell("echo cpu 9 > /proc/stat", &out, &err, {"--root", root2})) << err;
+    EXPECT_EQ("cpu 9\n", tarn_test::read_file(root2 + "/proc/stat"));
+    EXPECT_EQ(2, run_shell("true", &out, &err, {"--root", root2}));
+    EXPECT_TRUE(contains(err, "not an empty directory")) << err;
+}
+
+TEST(SandboxTest, ExitStatusPassesThrough) {
+    std::string out, err;
+    EXPECT_EQ(42, run_shell("exit 42", &out));
+    EXPECT_EQ(0, run_shell("true", &out));
+    EXPECT_EQ(128 + SIGKILL, run_shell("kill -KILL $$", &out));
+    EXPECT_EQ(127, run_sim(kBare, {}, {"/no/such/program"}, &out, &err));
+    EXPECT_TRUE(contains(err, "/no/such/program")) << err;
+    EXPECT_EQ(2, run_sim(kBare, {"--bogus"}, {"true"}, &out, &err));
+    EXPECT_TRUE(contains(err, "unknown option --bogus")) << err;
+    EXPECT_NE(
+        0, run_command({sim_path(), "run", "--image", "/no/such/image", "--", "true"}, &out, &err));
+    EXPECT_TRUE(contains(err, "/no/such/image")) << err;
+}
+
+TEST(SandboxTest, DurationKillsACommandThatIgnoresTheStop) {
+    std::string out, err;
+    // The command has no binder connection to lose: it is killed after the grace period.
+    EXPECT_EQ(128 + SIGKILL, run_shell("exec sleep 600", &out, &err, {"--duration", "0.5"}));
+    EXPECT_TRUE(contains(err, "killing")) << err;
+}
+
+TEST(PropertiesTest, ImageBuildPropWithPropOverrides) {
+    std::string out, err;
+    ASSERT_EQ(0, run_sim(kBare,
+                         {"--prop", "ro.product.model=FX-2", "--prop", "new.key=a=b", "--prop",
+                          "ro.boot.serialno="},
+                         {kProbe, "props", "ro.product.model", "ro.product.manufacturer", "new.key",
+                          "ro.boot.serialno", "no.such.key"},
+                         &out, &err));
+    EXPECT_TRUE(contains(err, "probe: ro.product.model=[FX-2]\n")) << err;
+    EXPECT_TRUE(contains(err, "probe: ro.product.manufacturer=[Fixturemaker]\n")) << err;
+    EXPECT_TRUE(contains(err, "probe: new.key=[a=b]\n")) << err;
+    EXPECT_TRUE(contains(err, "probe: ro.boot.serialno=[<unset>]\n")) << err;  // empty: default
+    EXPECT_TRUE(contains(err, "probe: no.such.key=[<unset>]\n")) << err;
+}
+
+TEST(ServicesTest, MissingServicesGiveNull) {
+    std::string out, err;
+    ASSERT_EQ(0, run_sim(kBare, {}, {kProbe, "services"}, &out, &err));
+    EXPECT_TRUE(contains(err, "probe: perf=null telemetry=null")) << err;
+    ASSERT_EQ(0, run_command({sim_path(), "run", "--image", kBare, "--", kProbe, "services"}, &out,
+                             &err));
+    EXPECT_TRUE(contains(err, "probe: perf=yes telemetry=yes")) << err;
+}
+
+TEST(ServicesTest, RoundTripsThroughTheStandIns) {
+    SimOptions opts;
+    opts.image = kBare;
+    SimRun sim(opts, {kProbe, "serve", "pool-first"});
+    ASSERT_TRUE(sim.wait_for_log("probe: register ok=1 ret=0")) << sim.log();
+    EXPECT_TRUE(contains(sim.log(), "probe: registered=1"));
+    EXPECT_TRUE(contains(sim.log(), "probe: deregister ok=1 ret=-1"));
+
+    // A hint reaches the callback on a thread of the started pool, before the main thread joins.
+    ASSERT_EQ(0, sim.control({"hint", "0x1001", "com.example.app/.Main", "5", "-6"}));
+    EXPECT_TRUE(contains(sim.log(),
+                         "probe: hint=4097 str=[com.example.app/.Main] d1=5 d2=-6 "
+                         "reserved=0 main=0 thread=binder:"))
+        << sim.log();
+    ASSERT_EQ(0, sim.control({"hint", "-3", "x"}));
+    EXPECT_TRUE(contains(sim.log(), "probe: hint=-3 str=[x] d1=0 d2=0")) << sim.log();
+
+    // Campaigns reach the handlers; their results come back. The start handler echoes the
+    // campaign's bytes as a record, which shows the records file's escaping.
+    std::string out;
+    ASSERT_EQ(0, sim.control({"campaign", "start", "--text", "version: 5"}, &out));
+    EXPECT_EQ("1002\n", out);
+    TempDir tmp;
+    tarn_test::write_file(tmp.path + "/raw", std::string("a\\b\nc\td\re\x01\x1f\x7f\x80\xff z"));
+    ASSERT_EQ(0, sim.control({"campaign", "start", "--file", tmp.path + "/raw"}, &out));
+    EXPECT_EQ("1016\n", out);
+    tarn_test::write_file(tmp.path + "/empty", "");
+    ASSERT_EQ(0, sim.control({"campaign", "start", "--file", tmp.path + "/empty"}, &out));
+    EXPECT_EQ("1000\n", out);
+    ASSERT_EQ(0, sim.control({"campaign", "stop"}, &out));
+    EXPECT_TRUE(contains(sim.log(), "probe: stop\n"));
+    ASSERT_TRUE(
+        sim.wait_for_records([](const std::vector<std::string>& r) { return r.size() >= 3; }));
+    std::vector<std::string> expected = {"77\t\\x08\\x05",
+                                         "77\ta\\\\b\\nc\\td\\re\\x01\\x1f\\x7f\x80\xff z", "77\t"};
+    EXPECT_EQ(expected, sim.records());
+
+    // Stopping closes the binder connection: joinThreadPool returns, later calls fail, and the
+    // probe exits normally and deregisters.
+    EXPECT_EQ(0, sim.stop());
+    std::string log = sim.log();
+    EXPECT_TRUE(contains(log, "probe: join returned\nprobe: call after close ok=0\n")) << log;
+    EXPECT_TRUE(contains(log, "collector probe.collector deregistered")) << log;
+    EXPECT_NE(0, sim.control({"campaign", "stop"}));
+    EXPECT_TRUE(contains(sim.log(), "no simulator is running at " + sim.root())) << sim.log();
+}
+
+TEST(ServicesTest, DurationAndSignalsEndTheCommandNormally) {
+    SimOptions opts;
+    opts.image = kBare;
+    opts.duration = 1;
+    SimRun timed(opts, {kProbe, "serve"});
+    EXPECT_EQ(0, timed.wait_exit());
+    EXPECT_TRUE(contains(timed.log(), "probe: join returned")) << timed.log();
+
+    opts.duration = 0;
+    SimRun signalled(opts, {kProbe, "serve"});
+    ASSERT_TRUE(signalled.wait_for_log("probe: register ok=1"));
+    kill(signalled.pid(), SIGTERM);
+    EXPECT_EQ(0, signalled.wait_exit());
+    EXPECT_TRUE(contains(signalled.log(), "stopping (SIGTERM)")) << signalled.log();
+    EXPECT_TRUE(contains(signalled.log(), "probe: join returned")) << signalled.log();
+}
+
+TEST(ControlTest, ErrorsAreReported) {
+    std::string out, err;
+    TempDir nowhere;
+    EXPECT_NE(0, run_command({sim_path(), "stop", "--root", nowhere.path}, &out, &err));
+    EXPECT_TRUE(contains(err, "no simulator is running")) << err;
+
+    SimOptions opts;
+    opts.image = kBare;
+    opts.perf_hal = false;
+    SimRun sim(opts, {"/bin/sh", "-c", "while [ ! -e /done ]; do sleep 0.05; done"});
+    EXPECT_NE(0, sim.control({"campaign", "start", "--text", "no_such_field: 1"}));
+    EXPECT_NE(0, sim.control({"campaign", "start", "--text", "version: 1", "--verbose"}));
+    EXPECT_NE(0, sim.control({"campaign", "start"}));
+    EXPECT_NE(0, sim.control({"hint", "12abc", "x"}));
+    EXPECT_NE(0, sim.control({"hint", "1", "x"}));  // no perf HAL in this run
+    std::string log = sim.log();
+    EXPECT_TRUE(contains(log, "bad campaign text: line 1 column")) << log;
+    EXPECT_TRUE(contains(log, "unknown option or missing value: --verbose")) << log;
+    EXPECT_TRUE(contains(log, "not a 32-bit number: 12abc")) << log;
+    EXPECT_TRUE(contains(log, "the perf HAL is off")) << log;
+    tarn_test::write_file(sim.root() + "/done", "");
+    EXPECT_EQ(0, sim.wait_exit());
+}
+
+}  // namespace
