@@ -20,6 +20,10 @@
 
 namespace {
 
+// Depth below which a searched directory's subdirectories are searched in turn: the top
+// directory's subdirectories, and the names their subdirectories have relative to the top.
+constexpr int kMaxSearchDepth = 2;
+
 // The file buffer: the path, a comma, then the file's content. Used only by set_for_blob on the
 // sampling thread; static so that a 128 KiB array does not sit on the worker's stack.
 char g_file_buf[kFileBufSize];
@@ -117,7 +121,8 @@ FILE* open_regular_file(const char* path) {
     return fp;
 }
 
-int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out) {
+int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out,
+                    int depth) {
     DIR* dp = opendir(dir);
     if (dp == nullptr) {
         TLOGW(TAG_STABILITY, "%s() %d: open %s failed \n", dir);
@@ -131,7 +136,11 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
         const char* name = entry->d_name;
         if (entry->d_type == DT_DIR) {
             if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
-            ret = getFileName(name, prefix, prefix_len, path_out);
+            // Subdirectories are opened by their bare names relative to the top directory, so
+            // below the first level a name can lead back to a directory already on the way
+            // (top/a/a reopens top/a): descending stops there to keep the search finite.
+            if (depth >= kMaxSearchDepth) continue;
+            ret = getFileName(name, prefix, prefix_len, path_out, depth + 1);
             if (ret > 0) {
                 closedir(dp);
                 return ret;

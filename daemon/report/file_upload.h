@@ -22,11 +22,14 @@ constexpr size_t kFileReadReserve = 150;
 // changes the working directory.
 int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id);
 
-// Directory search of set_for_blob. `path_out` holds kFilePathSize bytes. Returns 1 with the full
-// path in `path_out` when a file qualifies, -EINVAL when `dir` cannot be opened, otherwise 0 or
-// the result of the last subdirectory searched. Subdirectories are opened by their bare names,
-// relative to the working directory.
-int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out);
+// Directory search of set_for_blob, run with the working directory set to `dir`. `path_out` holds
+// kFilePathSize bytes. Returns 1 with the full path in `path_out` when a file qualifies, -EINVAL
+// when `dir` cannot be opened, otherwise 0 or the result of the last subdirectory searched.
+// Subdirectories are opened by their bare names, relative to the working directory, so only the
+// top directory's own subdirectories are really searched. `depth` counts the levels below the
+// top directory; callers leave it 0.
+int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out,
+                    int depth = 0);
 
 // Opens `path` for reading only if it is a regular file at the moment of opening: a symlink is
 // not followed and a FIFO or device is never waited on. Returns null otherwise.

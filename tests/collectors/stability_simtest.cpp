@@ -1,5 +1,4 @@
-// The stability handler inside the simulator sandbox: which kinds each flag selects, their order,
-// the results, and the one-file-per-call drain of a backlog.
+// The stability handler: the kinds each flag selects, their order and the handler's result.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -9,107 +8,61 @@
 #include "collectors/collectors.h"
 #include "common/capture.h"
 #include "common/test_util.h"
-#include "core/power_bigdata_core.h"
 #include "core/tarn_log.h"
 
 namespace fs = std::filesystem;
-using tarn_test::write_file;
+using Paths = std::vector<std::string>;
 
 namespace {
 
 tarn_test::LineReader* g_records;
+const char* const kStems[] = {"/sdcard/Perfdump/status_", "/data/tombstones/tombstone_",
+                              "/data/anr/anr_"};
 
-// Paths of the files uploaded since the previous call, in upload order. A file line is the
-// header, the application name, the path, then the content; the tests' contents hold no comma.
-std::vector<std::string> uploaded_paths() {
-    std::vector<std::string> paths;
+void drop_files(const std::string& n) {
+    for (const char* stem : kStems) tarn_test::write_file(stem + n, "x");
+}
+
+// Paths of the files uploaded since the previous call: each line ends in "path,x".
+Paths uploaded() {
+    Paths paths;
     for (const std::string& line : g_records->take()) {
-        size_t end = line.rfind(',');
-        size_t start = line.rfind(',', end - 1) + 1;
-        paths.push_back(line.substr(start, end - start));
+        size_t end = line.size() - 2;
+        paths.push_back(
+            line.substr(line.rfind(',', end - 1) + 1, end - line.rfind(',', end - 1) - 1));
     }
     return paths;
 }
 
-class StabilityTest : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        g_local_file = tmpfile();
-        g_records = new tarn_test::LineReader(g_local_file);
-        PowerBigDataCore::getInstance();
+TEST(StabilityTest, FlagSelectsKindsInOrder) {
+    for (const char* dir : {"/sdcard/Perfdump", "/data/tombstones", "/data/anr"}) {
+        fs::remove_all(dir);
+        fs::create_directories(dir);
     }
-
-    void SetUp() override {
-        for (const char* dir : {"/sdcard/Perfdump", "/data/tombstones", "/data/anr"}) {
-            fs::remove_all(dir);
-            fs::create_directories(dir);
-        }
-        collect_stability_info_init();
-        g_records->take();
-    }
-};
-
-TEST_F(StabilityTest, FlagBitsSelectKindsInOrder) {
-    write_file("/sdcard/Perfdump/status_1", "s");
-    write_file("/data/tombstones/tombstone_1", "t");
-    write_file("/data/anr/anr_1", "a");
-
-    // The all-bit collects every kind, status first and ANR last; the result is the ANR upload's.
-    EXPECT_GT(collect_stability_stats_hndl(0x8000000000000000ULL), 0);
-    EXPECT_EQ(uploaded_paths(),
-              (std::vector<std::string>{"/sdcard/Perfdump/status_1", "/data/tombstones/tombstone_1",
-                                        "/data/anr/anr_1"}));
-
-    write_file("/sdcard/Perfdump/status_2", "s");
-    write_file("/data/tombstones/tombstone_2", "t");
-    write_file("/data/anr/anr_2", "a");
-    EXPECT_GT(collect_stability_stats_hndl(0x2), 0);
-    EXPECT_EQ(uploaded_paths(), std::vector<std::string>{"/data/tombstones/tombstone_2"});
-    EXPECT_GT(collect_stability_stats_hndl(0x4), 0);
-    EXPECT_EQ(uploaded_paths(), std::vector<std::string>{"/data/anr/anr_2"});
-
-    // Bits other than 0 to 2 and 63 select nothing.
-    EXPECT_EQ(collect_stability_stats_hndl(0x4000000000000008ULL), 0);
-    EXPECT_TRUE(uploaded_paths().empty());
-    EXPECT_TRUE(fs::exists("/sdcard/Perfdump/status_2"));
-}
-
-TEST_F(StabilityTest, ResultIsTheLastKindsEvenWhenAnEarlierOneShipped) {
-    write_file("/sdcard/Perfdump/status_1", "s");
-    EXPECT_EQ(collect_stability_stats_hndl(0x3), -1);
-    EXPECT_EQ(uploaded_paths(), std::vector<std::string>{"/sdcard/Perfdump/status_1"});
-
-    // A missing directory is one failed kind; the next still runs.
-    fs::remove_all("/data/tombstones");
-    write_file("/data/anr/anr_1", "a");
-    EXPECT_GT(collect_stability_stats_hndl(0x6), 0);
-    EXPECT_EQ(uploaded_paths(), std::vector<std::string>{"/data/anr/anr_1"});
-}
-
-TEST_F(StabilityTest, BacklogDrainsOneFilePerCall) {
-    for (int i = 0; i < 3; i++) write_file("/data/tombstones/tombstone_0" + std::to_string(i), "t");
-    for (int i = 0; i < 3; i++) {
-        EXPECT_GT(collect_stability_stats_hndl(0x8000000000000002ULL), 0);
-        EXPECT_EQ(uploaded_paths().size(), 1u);
-    }
-    EXPECT_EQ(collect_stability_stats_hndl(0x2), -1);
-    EXPECT_TRUE(uploaded_paths().empty());
-    for (int i = 0; i < 3; i++) {
-        EXPECT_TRUE(fs::exists("/data/tombstones/tombstone_0" + std::to_string(i) + "_readed"));
-    }
-}
-
-TEST_F(StabilityTest, NotReadyShipsNothing) {
-    write_file("/data/tombstones/tombstone_1", "t");
-    collect_stability_info_exit();
-    EXPECT_EQ(collect_stability_stats_hndl(0x8000000000000000ULL), -1);
-    EXPECT_EQ(collect_stability_stats_hndl(0x10), 0);
-    EXPECT_TRUE(uploaded_paths().empty());
-    EXPECT_TRUE(fs::exists("/data/tombstones/tombstone_1"));
-
+    g_local_file = tmpfile();
+    g_records = new tarn_test::LineReader(g_local_file);
     collect_stability_info_init();
+
+    drop_files("1");
+    EXPECT_GT(collect_stability_stats_hndl(0x8000000000000000ULL), 0);
+    EXPECT_EQ(uploaded(), (Paths{"/sdcard/Perfdump/status_1", "/data/tombstones/tombstone_1",
+                                 "/data/anr/anr_1"}));
+
+    drop_files("2");
     EXPECT_GT(collect_stability_stats_hndl(0x2), 0);
-    EXPECT_EQ(uploaded_paths(), std::vector<std::string>{"/data/tombstones/tombstone_1"});
+    EXPECT_EQ(uploaded(), Paths{"/data/tombstones/tombstone_2"});
+    EXPECT_EQ(collect_stability_stats_hndl(0x4000000000000008ULL), 0);
+    EXPECT_EQ(uploaded(), Paths{});
+    // The tombstones are drained: the result is that call's -1 though a status dump was sent.
+    EXPECT_EQ(collect_stability_stats_hndl(0x3), -1);
+    EXPECT_EQ(uploaded(), Paths{"/sdcard/Perfdump/status_2"});
+
+    collect_stability_info_exit();
+    EXPECT_EQ(collect_stability_stats_hndl(0x4), -1);
+    EXPECT_EQ(uploaded(), Paths{});
+    collect_stability_info_init();
+    EXPECT_GT(collect_stability_stats_hndl(0x4), 0);
+    EXPECT_EQ(uploaded(), Paths{"/data/anr/anr_2"});
 }
 
 }  // namespace
