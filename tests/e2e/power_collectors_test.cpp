@@ -1,0 +1,74 @@
+// The real daemon on the animated phone8 device: every power and performance collector uploads
+// its record, behind the record header and the application name.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "common/sim_run.h"
+#include "e2e/daemon_e2e.h"
+
+namespace {
+
+using tarn_e2e::of_kpi;
+using tarn_test::SimOptions;
+using tarn_test::SimRun;
+
+const char kPrefix[] =
+    "tarn-stats-v2.1,Orvane,Kestrel 8,PH8A0042117,KESTREL8.LA.2.0-04411-STD.PROD-1,"
+    "com.android.launcher3,";
+
+// The lines of one KPI id that carry the header and the application name, without them.
+std::vector<std::string> records_of(const std::vector<std::string>& lines, int kpi) {
+    std::vector<std::string> out;
+    for (const std::string& l : of_kpi(lines, kpi)) {
+        if (l.rfind(kPrefix, 0) == 0) out.push_back(l.substr(sizeof(kPrefix) - 1));
+    }
+    return out;
+}
+
+TEST(PowerCollectorsE2E, EveryCollectorReportsOnTheAnimatedPhone) {
+    SimOptions opts;
+    opts.animate = true;
+    SimRun sim(opts, {tarn_test::daemon_path(), "--daemon", "--bat", "1", "--cpu", "2", "--gpu",
+                      "1", "--ddr", "1", "--bri", "1", "--fps", "1"});
+
+    // Three CPU records per CPU period; wait for two periods so that utilisation has a delta.
+    ASSERT_TRUE(sim.wait_for_records(
+        [](const std::vector<std::string>& lines) {
+            return records_of(lines, 3).size() >= 6 && !records_of(lines, 2).empty() &&
+                   !records_of(lines, 4).empty() && !records_of(lines, 5).empty() &&
+                   !records_of(lines, 8).empty() && !records_of(lines, 9).empty();
+        },
+        std::chrono::seconds(90)))
+        << sim.log();
+    std::vector<std::string> lines = sim.records();
+
+    const std::regex battery(R"(battery,\d+,\d+,-?\d+,\d+,(Charging|Discharging|Full))");
+    for (const std::string& r : records_of(lines, 2))
+        EXPECT_TRUE(std::regex_match(r, battery)) << r;
+
+    std::vector<std::string> cpu = records_of(lines, 3);
+    const std::regex cluster(R"(policy(0|4|7),\d+,\d+,\d+\.\d\d,)");
+    for (const std::string& r : cpu) EXPECT_TRUE(std::regex_match(r, cluster)) << r;
+    // Clusters come in policy order within a period.
+    EXPECT_EQ(cpu[3].rfind("policy0,", 0), 0u);
+    EXPECT_EQ(cpu[4].rfind("policy4,", 0), 0u);
+    EXPECT_EQ(cpu[5].rfind("policy7,", 0), 0u);
+
+    const std::regex gpu(R"(GPU,(220|300|381|487|585|680)000000,\d+,\d+\.\d\d,)");
+    for (const std::string& r : records_of(lines, 4)) EXPECT_TRUE(std::regex_match(r, gpu)) << r;
+    for (const std::string& r : records_of(lines, 5)) {
+        EXPECT_TRUE(std::regex_match(r, std::regex(R"(DDR,\d+,)"))) << r;
+    }
+    for (const std::string& r : records_of(lines, 8)) {
+        EXPECT_TRUE(std::regex_match(r, std::regex(R"(BRI,\d+,)"))) << r;
+    }
+    for (const std::string& r : records_of(lines, 9)) {
+        EXPECT_TRUE(std::regex_match(r, std::regex(R"(FPS,\d+\.\d,)"))) << r;
+    }
+    EXPECT_EQ(sim.stop(), 0);
+}
+
+}  // namespace
