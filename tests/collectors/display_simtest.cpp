@@ -6,7 +6,6 @@
 #include <string>
 
 #include "collectors/collectors.h"
-#include "collectors/fnode.h"
 #include "collectors/power_fixture.h"
 #include "common/test_util.h"
 
@@ -29,18 +28,6 @@ class Display : public ::testing::Test {
         power_test::start_core();
     }
 };
-
-TEST_F(Display, NodeTableRowsSitWhereTheCollectorsLook) {
-    EXPECT_STREQ(g_fnode_table[FNODE_CPU_TIME_IN_STATE].path, "stats/time_in_state");
-    EXPECT_STREQ(g_fnode_table[FNODE_PROC_STAT].path, "/proc/stat");
-    EXPECT_STREQ(g_fnode_table[FNODE_DDR_CUR_FREQ].path,
-                 "/sys/devices/system/cpu/bus_dcvs/DDR/cur_freq");
-    EXPECT_STREQ(g_fnode_table[FNODE_LPM_BASE].path,
-                 "/sys/kernel/debug/pm_genpd/cpu-pd0/idle_states");
-    EXPECT_EQ(g_fnode_table[FNODE_LPM_BASE + FNODE_LPM_WLAN].path, nullptr);
-    EXPECT_STREQ(g_fnode_table[FNODE_BRIGHTNESS].path, kBri);
-    EXPECT_STREQ(g_fnode_table[FNODE_FPS].path, kFps);
-}
 
 TEST_F(Display, BrightnessIsTheRawLevel) {
     auto c = call(collect_brightness_stats_hndl);

@@ -45,29 +45,23 @@ TEST(PowerCollectorsE2E, EveryCollectorReportsOnTheAnimatedPhone) {
         << sim.log();
     std::vector<std::string> lines = sim.records();
 
-    const std::regex battery(R"(battery,\d+,\d+,-?\d+,\d+,(Charging|Discharging|Full))");
-    for (const std::string& r : records_of(lines, 2))
-        EXPECT_TRUE(std::regex_match(r, battery)) << r;
-
-    std::vector<std::string> cpu = records_of(lines, 3);
-    const std::regex cluster(R"(policy(0|4|7),\d+,\d+,\d+\.\d\d,)");
-    for (const std::string& r : cpu) EXPECT_TRUE(std::regex_match(r, cluster)) << r;
+    const std::pair<int, const char*> kFormats[] = {
+        {2, R"(battery,\d+,\d+,-?\d+,\d+,(Charging|Discharging|Full))"},
+        {3, R"(policy(0|4|7),\d+,\d+,\d+\.\d\d,)"},
+        {4, R"(GPU,(220|300|381|487|585|680)000000,\d+,\d+\.\d\d,)"},
+        {5, R"(DDR,\d+,)"},
+        {8, R"(BRI,\d+,)"},
+        {9, R"(FPS,\d+\.\d,)"},
+    };
+    for (auto& [kpi, format] : kFormats) {
+        for (const std::string& r : records_of(lines, kpi)) {
+            EXPECT_TRUE(std::regex_match(r, std::regex(format))) << kpi << ": " << r;
+        }
+    }
     // Clusters come in policy order within a period.
-    EXPECT_EQ(cpu[3].rfind("policy0,", 0), 0u);
-    EXPECT_EQ(cpu[4].rfind("policy4,", 0), 0u);
-    EXPECT_EQ(cpu[5].rfind("policy7,", 0), 0u);
-
-    const std::regex gpu(R"(GPU,(220|300|381|487|585|680)000000,\d+,\d+\.\d\d,)");
-    for (const std::string& r : records_of(lines, 4)) EXPECT_TRUE(std::regex_match(r, gpu)) << r;
-    for (const std::string& r : records_of(lines, 5)) {
-        EXPECT_TRUE(std::regex_match(r, std::regex(R"(DDR,\d+,)"))) << r;
-    }
-    for (const std::string& r : records_of(lines, 8)) {
-        EXPECT_TRUE(std::regex_match(r, std::regex(R"(BRI,\d+,)"))) << r;
-    }
-    for (const std::string& r : records_of(lines, 9)) {
-        EXPECT_TRUE(std::regex_match(r, std::regex(R"(FPS,\d+\.\d,)"))) << r;
-    }
+    std::vector<std::string> cpu = records_of(lines, 3);
+    EXPECT_EQ(cpu[3].substr(0, 8) + cpu[4].substr(0, 8) + cpu[5].substr(0, 8),
+              "policy0,policy4,policy7,");
     EXPECT_EQ(sim.stop(), 0);
 }
 
