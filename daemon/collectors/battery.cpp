@@ -35,7 +35,7 @@ int32_t collect_battery_stats_exit() {
 // long line never spills into the next read. A line without '=' yields an empty value. Returns
 // false at end of file with nothing read; every other call consumes at least one character, so
 // the caller's loop always reaches the end of the file.
-static bool read_uevent_line(FILE* fp, char* key, char* value, bool* key_cut) {
+static bool read_uevent_line(FILE* fp, char* key, char* value) {
     int c;
     do {
         c = getc(fp);
@@ -43,13 +43,8 @@ static bool read_uevent_line(FILE* fp, char* key, char* value, bool* key_cut) {
     if (c == EOF) return false;
 
     size_t n = 0;
-    *key_cut = false;
     while (c != EOF && c != '=' && c != '\n') {
-        if (n < BATTERY_FIELD_LEN - 1) {
-            key[n++] = (char)c;
-        } else {
-            *key_cut = true;
-        }
+        if (n < BATTERY_FIELD_LEN - 1) key[n++] = (char)c;
         c = getc(fp);
     }
     key[n] = '\0';
@@ -74,10 +69,8 @@ int32_t collect_battery_stats_hndl(uint64_t) {
     if (g_battery_fp == nullptr) return 0;
     node_rewind(g_battery_fp);
 
-    bool key_cut = false;
-    while (read_uevent_line(g_battery_fp, key, value, &key_cut)) {
-        // A cut key is longer than any name below and must not match one by its prefix.
-        if (key_cut) continue;
+    // A key cut to the field is longer than every name below, so it matches none of them.
+    while (read_uevent_line(g_battery_fp, key, value)) {
         if (strcmp(key, "POWER_SUPPLY_VOLTAGE_NOW") == 0) {
             voltage = atoi(value);
         } else if (strcmp(key, "POWER_SUPPLY_CURRENT_NOW") == 0) {
