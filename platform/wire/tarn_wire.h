@@ -88,7 +88,8 @@ class Writer {
     std::string mBuf;
 };
 
-// Payload parser; once a read runs past the end, ok() is false and every later read gives 0/"".
+// Payload parser over a string that must outlive it; once a read runs past the end, ok() is
+// false and every later read gives 0/"".
 class Reader {
   public:
     explicit Reader(const std::string& payload) : mPos(payload.data()), mLeft(payload.size()) {}

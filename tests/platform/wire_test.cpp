@@ -83,7 +83,8 @@ TEST(WireTest, TruncatedAndOversizedFramesFail) {
     }
     {
         // A string whose length runs past the payload.
-        tarn_wire::Reader in(tarn_wire::Writer().u32(100).data());
+        std::string payload = tarn_wire::Writer().u32(100).data();
+        tarn_wire::Reader in(payload);
         EXPECT_EQ("", in.str());
         EXPECT_FALSE(in.ok());
     }
