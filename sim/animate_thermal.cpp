@@ -64,7 +64,8 @@ bool read_number(const std::string& path, long long* value) {
 
 // Device load between 0 and 1: a slow cycle with a short burst near its top.
 double load_at(unsigned tick) {
-    double phase = 2.0 * M_PI * (double)(tick % kLoadPeriod) / kLoadPeriod;
+    // The run starts a third of the way into the cycle, warm enough for the limiters to act.
+    double phase = 2.0 * M_PI * (double)((tick + kLoadPeriod / 3) % kLoadPeriod) / kLoadPeriod;
     double load = 0.5 - 0.5 * std::cos(phase);
     return load * load;
 }

@@ -78,9 +78,11 @@ static int32_t thermal_scan_node(const char* path, const char* format, ...) {
 
     va_list ap;
     va_start(ap, format);
-    errno = 0;  // a plain end of file leaves errno alone; don't report a stale error
+    errno = 0;
     int ret = vfscanf(fp, format, ap);
-    int err = errno;
+    // A plain end of file leaves errno alone: report it as a node without data, not as whatever
+    // failed last somewhere else.
+    int err = errno != 0 ? errno : ENODATA;
     va_end(ap);
     fclose(fp);
 
