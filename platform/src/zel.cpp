@@ -34,6 +34,10 @@ bool send_frame(zel_client* c, uint32_t type, const std::string& payload) {
 
 void sdk_thread_main(zel_client* c) {
     pthread_setname_np(pthread_self(), "zel_sdk");
+    {
+        // zel_register stores the thread handle under this lock; a handler may look at it.
+        std::lock_guard<std::mutex> lock(c->state_mu);
+    }
     static const uint8_t kEmpty = 0;
     tarn_wire::Frame frame;
     while (tarn_wire::read_frame(c->fd, &frame) == 1) {
@@ -96,7 +100,10 @@ extern "C" zel_hndl_t zel_register(zel_collector* collector) {
     zel_client* c = new zel_client;
     c->fd = fd;
     c->collector = collector;
-    c->thread = std::thread(sdk_thread_main, c);
+    {
+        std::lock_guard<std::mutex> lock(c->state_mu);
+        c->thread = std::thread(sdk_thread_main, c);
+    }
     return c;
 }
 
@@ -116,12 +123,13 @@ extern "C" int32_t zel_deregister(zel_hndl_t hndl) {
     send_frame(hndl, tarn_wire::kZelDeregister, std::string());
     // Ends the SDK thread: its read sees the end of the connection once any handler returns.
     shutdown(hndl->fd, SHUT_RDWR);
+    std::unique_lock<std::mutex> lock(hndl->state_mu);
     if (std::this_thread::get_id() == hndl->thread.get_id()) {
-        std::lock_guard<std::mutex> lock(hndl->state_mu);
         hndl->delete_on_exit = true;
         hndl->thread.detach();
         return 0;
     }
+    lock.unlock();
     hndl->thread.join();
     close(hndl->fd);
     delete hndl;
