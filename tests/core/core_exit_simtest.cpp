@@ -1,11 +1,10 @@
-// Campaigns that keep arriving while the process exits: once the core's teardown has begun they
-// are refused, and the exit completes.
+// Campaigns that keep arriving while the process exits are refused once the core's teardown has
+// begun, and the exit completes.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <string>
 #include <thread>
 
@@ -17,7 +16,7 @@ namespace {
 
 std::atomic<bool> gRefused{false};
 
-// Registered before the core exists, so it runs after the core (and the upload helper) are gone.
+// Registered before the core exists, so it runs once the core and the upload helper are gone.
 void after_teardown() {
     for (int i = 0; i < 3000 && !gRefused; ++i) usleep(10000);
     _exit(gRefused ? 7 : 1);
@@ -27,16 +26,13 @@ void exit_under_campaigns() {
     atexit(after_teardown);
     BigDataCampaignConfig cfg;
     cfg.mutable_powercfg()->set_battery_period(1);
-    static std::string bytes = cfg.SerializeAsString();
-
-    PowerBigDataCore::getInstance()->startSampling();
+    static const std::string bytes = cfg.SerializeAsString();
+    PowerBigDataCore::getInstance();
     std::thread([] {
+        const uint8_t* data = reinterpret_cast<const uint8_t*>(bytes.data());
         for (;;) {
-            int32_t ret = start_campaign_handler(&g_zel_collector,
-                                                 reinterpret_cast<const uint8_t*>(bytes.data()),
-                                                 static_cast<uint32_t>(bytes.size()));
+            if (start_campaign_handler(&g_zel_collector, data, bytes.size()) == -1) gRefused = true;
             stop_campaign_handler(&g_zel_collector);
-            if (ret == -1) gRefused = true;
         }
     }).detach();
     usleep(200000);
