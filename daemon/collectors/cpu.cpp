@@ -96,7 +96,13 @@ static int32_t check_cpufreq_policy_num() {
     }
     closedir(dir);
 
-    std::sort(scan, scan + taken);
+    // Insertion sort: at most eight entries.
+    for (int i = 1; i < taken; i++) {
+        int32_t v = scan[i];
+        int j = i - 1;
+        for (; j >= 0 && scan[j] > v; j--) scan[j + 1] = scan[j];
+        scan[j + 1] = v;
+    }
     for (int i = 0; i < CLUSTER_SLOTS; i++) g_cluster[i] = i < taken ? scan[i] : NO_POLICY;
     return 0;
 }
