@@ -1,35 +1,18 @@
 // Low-power-mode nodes of the simulated device: CPU power-domain idle states, subsystem sleep
 // statistics and the WLAN power statistics. Every counter is a function of the tick, so tick 0
 // gives the image's initial files and each later tick moves the counters forward.
-#include <fcntl.h>
 #include <stdio.h>
-#include <unistd.h>
 
 #include <string>
 
 #include "animate.h"
+#include "node_io.h"
 
 namespace {
 
-constexpr unsigned long long kTicksPerSec = 19200000ULL;  // always-on timer rate
+using node_io::write_in_place;
 
-// Replaces an existing file's content in place (a node missing from the image stays missing): the
-// new text is written over the old one and the file is then cut to its length, so a reader that
-// keeps the file open never meets an empty file.
-void write_in_place(const std::string& path, const std::string& text) {
-    int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0) return;
-    size_t done = 0;
-    while (done < text.size()) {
-        ssize_t n = pwrite(fd, text.data() + done, text.size() - done, (off_t)done);
-        if (n <= 0) break;
-        done += (size_t)n;
-    }
-    if (ftruncate(fd, (off_t)text.size()) != 0) {
-        // Nothing to recover: the next tick writes the file again.
-    }
-    close(fd);
-}
+constexpr unsigned long long kTicksPerSec = 19200000ULL;  // always-on timer rate
 
 std::string idle_states(unsigned domain, unsigned tick) {
     // The little cores' domains have three states, the others two; the deepest state is last.

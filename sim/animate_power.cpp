@@ -4,23 +4,24 @@
 // time_in_state grows at its current frequency, /proc/stat's counters grow, the GPU changes
 // frequency and load, the battery drains (and charges again once low).
 #include <dirent.h>
-#include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "animate.h"
+#include "node_io.h"
 
 namespace {
+
+using node_io::read_text;
+using node_io::write_in_place;
 
 typedef unsigned long long u64;
 
@@ -32,33 +33,6 @@ std::mt19937& rng() {
 
 unsigned pick(unsigned n) {
     return n == 0 ? 0 : (unsigned)(rng()() % n);
-}
-
-bool read_text(const std::string& path, std::string* text) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    *text = ss.str();
-    return true;
-}
-
-// Replaces an existing file's content in place (a node missing from the image stays missing): the
-// new text is written over the old one and the file is then cut to its length, so a reader that
-// keeps the file open never meets an empty file.
-void write_in_place(const std::string& path, const std::string& text) {
-    int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0) return;
-    size_t done = 0;
-    while (done < text.size()) {
-        ssize_t n = pwrite(fd, text.data() + done, text.size() - done, (off_t)done);
-        if (n <= 0) break;
-        done += (size_t)n;
-    }
-    if (ftruncate(fd, (off_t)text.size()) != 0) {
-        // Nothing to recover: the next tick writes the file again.
-    }
-    close(fd);
 }
 
 std::vector<u64> numbers(const std::string& text) {

@@ -3,64 +3,23 @@
 // clocks follow the power nodes. A node whose content is not a number (a broken sensor) is left
 // as it is.
 #include <dirent.h>
-#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <string>
 
 #include "animate.h"
+#include "node_io.h"
 
 namespace {
 
+using node_io::read_number;
+using node_io::read_word;
+using node_io::write_in_place;
+
 constexpr unsigned kLoadPeriod = 90;  // seconds of one load cycle
-
-// Replaces an existing file's content in place; a missing node stays missing.
-void write_in_place(const std::string& path, const std::string& text) {
-    int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0) return;
-    size_t done = 0;
-    while (done < text.size()) {
-        ssize_t n = pwrite(fd, text.data() + done, text.size() - done, (off_t)done);
-        if (n <= 0) break;
-        done += (size_t)n;
-    }
-    if (ftruncate(fd, (off_t)text.size()) != 0) {
-        // Nothing to recover: the next tick writes the file again.
-    }
-    close(fd);
-}
-
-std::string read_text(const std::string& path) {
-    std::string out;
-    FILE* fp = fopen(path.c_str(), "re");
-    if (fp == nullptr) return out;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), fp)) > 0) out.append(buf, n);
-    fclose(fp);
-    return out;
-}
-
-// First word of the file, or "".
-std::string read_word(const std::string& path) {
-    std::string text = read_text(path);
-    size_t begin = text.find_first_not_of(" \t\n");
-    if (begin == std::string::npos) return "";
-    size_t end = text.find_first_of(" \t\n", begin);
-    return text.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
-}
-
-bool read_number(const std::string& path, long long* value) {
-    std::string word = read_word(path);
-    if (word.empty()) return false;
-    char* end = nullptr;
-    *value = strtoll(word.c_str(), &end, 10);
-    return *end == '\0';
-}
 
 // Device load between 0 and 1: a slow cycle with a short burst near its top.
 double load_at(unsigned tick) {
@@ -134,7 +93,8 @@ void animate_cooling(const std::string& dir, double load) {
 
 // Value of KEY= in a uevent file.
 bool uevent_value(const std::string& path, const char* key, long long* value) {
-    std::string text = read_text(path);
+    std::string text;
+    node_io::read_text(path, &text);
     std::string needle = std::string(key) + "=";
     size_t at = text.find(needle);
     if (at == std::string::npos || (at > 0 && text[at - 1] != '\n')) return false;
