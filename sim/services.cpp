@@ -43,18 +43,45 @@ void SocketService::serve() {
     }).detach();
 }
 
+SocketService::Client::~Client() {
+    close(fd);
+}
+
+bool SocketService::Client::send(uint32_t type, const std::string& payload) {
+    std::lock_guard<std::mutex> lock(write_mu);
+    return tarn_wire::write_frame(fd, type, payload);
+}
+
+uint32_t SocketService::open_call() {
+    std::lock_guard<std::mutex> lock(mMu);
+    uint32_t id = mNextCall++;
+    mCalls[id] = {false, 0};
+    return id;
+}
+
+void SocketService::answer_call(uint32_t id, int32_t result) {
+    std::lock_guard<std::mutex> lock(mMu);
+    auto it = mCalls.find(id);
+    if (it != mCalls.end()) {
+        it->second = {true, result};
+        mCv.notify_all();
+    }
+}
+
+bool SocketService::finish_call(uint32_t id, bool sent, const Client& client, int32_t* result) {
+    std::unique_lock<std::mutex> lock(mMu);
+    bool done = sent && mCv.wait_for(lock, kHandlerTimeout, [&] {
+        return mCalls[id].first || !client.alive;
+    }) && mCalls[id].first;
+    *result = mCalls[id].second;
+    mCalls.erase(id);
+    return done;
+}
+
 // ---- perf HAL -------------------------------------------------------------------------------
 
-struct PerfHal::Conn {
-    explicit Conn(int f) : fd(f) {}
-    ~Conn() { close(fd); }
-    bool send(uint32_t type, const std::string& payload) {
-        std::lock_guard<std::mutex> lock(write_mu);
-        return tarn_wire::write_frame(fd, type, payload);
-    }
-    const int fd;
-    std::mutex write_mu;
-    bool alive = true;
+struct PerfHal::Conn : Client {
+    explicit Conn(int f) : Client(f) {}
     std::map<uint64_t, int32_t> callbacks;  // object id -> client id
 };
 
@@ -112,12 +139,7 @@ void PerfHal::serve_connection(int fd) {
             uint32_t id = in.u32();
             int32_t st = in.i32();
             if (!in.ok()) break;
-            std::lock_guard<std::mutex> lock(mMu);
-            auto it = mHints.find(id);
-            if (it != mHints.end()) {
-                it->second = {true, st};
-                mCv.notify_all();
-            }
+            answer_call(id, st);
         }
     }
 
@@ -149,12 +171,7 @@ int PerfHal::hint(int32_t code, const std::string& str, int32_t data1, int32_t d
     }
     int reached = 0;
     for (auto& target : targets) {
-        uint32_t id;
-        {
-            std::lock_guard<std::mutex> lock(mMu);
-            id = mNextHint++;
-            mHints[id] = {false, 0};
-        }
+        uint32_t id = open_call();
         bool sent = target.first->send(tarn_wire::kBinderHint, tarn_wire::Writer()
                                                                    .u32(id)
                                                                    .u64(target.second)
@@ -164,12 +181,8 @@ int PerfHal::hint(int32_t code, const std::string& str, int32_t data1, int32_t d
                                                                    .i32(data2)
                                                                    .u32(0)
                                                                    .data());
-        std::unique_lock<std::mutex> lock(mMu);
-        bool done = sent && mCv.wait_for(lock, kHandlerTimeout, [&] {
-            return mHints[id].first || !target.first->alive;
-        }) && mHints[id].first;
-        mHints.erase(id);
-        if (done) ++reached;
+        int32_t status;
+        if (finish_call(id, sent, *target.first, &status)) ++reached;
     }
     if (reached == 0) {
         *err = "the perf callback did not return (client gone)";
@@ -186,18 +199,10 @@ void PerfHal::close_connections() {
 
 // ---- telemetry ------------------------------------------------------------------------------
 
-struct Telemetry::Conn {
-    explicit Conn(int f) : fd(f) {}
-    ~Conn() { close(fd); }
-    bool send(uint32_t type, const std::string& payload) {
-        std::lock_guard<std::mutex> lock(write_mu);
-        return tarn_wire::write_frame(fd, type, payload);
-    }
-    const int fd;
-    std::mutex write_mu;
+struct Telemetry::Conn : Client {
+    explicit Conn(int f) : Client(f) {}
     std::string name;
     bool registered = false;
-    bool alive = true;
 };
 
 void Telemetry::serve_connection(int fd) {
@@ -233,12 +238,7 @@ void Telemetry::serve_connection(int fd) {
             uint32_t id = in.u32();
             int32_t result = in.i32();
             if (!in.ok()) break;
-            std::lock_guard<std::mutex> lock(mMu);
-            auto it = mRequests.find(id);
-            if (it != mRequests.end()) {
-                it->second = {true, result};
-                mCv.notify_all();
-            }
+            answer_call(id, result);
         }
     }
     std::lock_guard<std::mutex> lock(mMu);
@@ -268,23 +268,14 @@ bool Telemetry::deliver(uint32_t type, const std::string* bytes, std::chrono::mi
         }
     }
     for (auto& conn : targets) {
-        uint32_t id;
-        {
-            std::lock_guard<std::mutex> lock(mMu);
-            id = mNextRequest++;
-            mRequests[id] = {false, 0};
-        }
+        uint32_t id = open_call();
         tarn_wire::Writer payload;
         payload.u32(id);
         if (bytes != nullptr) payload.str(*bytes);
         bool sent = conn->send(type, payload.data());
-        std::unique_lock<std::mutex> lock(mMu);
-        bool done = sent && mCv.wait_for(lock, kHandlerTimeout, [&] {
-            return mRequests[id].first || !conn->alive;
-        }) && mRequests[id].first;
-        int32_t result = mRequests[id].second;
-        mRequests.erase(id);
-        if (!done) {
+        int32_t result;
+        if (!finish_call(id, sent, *conn, &result)) {
+            std::lock_guard<std::mutex> lock(mMu);  // the name is set under the lock
             *err = "collector " + conn->name + " did not answer the campaign";
             return false;
         }

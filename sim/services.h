@@ -13,7 +13,8 @@
 
 class RecordsWriter;
 
-// Accepts connections on a listening socket and serves each on a thread of its own.
+// Accepts connections on a listening socket and serves each on a thread of its own. Keeps the
+// calls the service has made to its clients until each one is answered.
 class SocketService {
   public:
     virtual ~SocketService() = default;
@@ -23,10 +24,34 @@ class SocketService {
     void serve();
 
   protected:
+    // A client connection: frames sent to it are serialised; `alive` (guarded by mMu) is cleared
+    // once the client has gone.
+    struct Client {
+        explicit Client(int f) : fd(f) {}
+        ~Client();
+        bool send(uint32_t type, const std::string& payload);
+        const int fd;
+        std::mutex write_mu;
+        bool alive = true;
+    };
+
     virtual void serve_connection(int fd) = 0;
+
+    // A fresh id for a call to a client, pending until answered.
+    uint32_t open_call();
+    // Records a client's answer to call `id`, if that call is still pending.
+    void answer_call(uint32_t id, int32_t result);
+    // Waits until call `id` is answered or `client` has gone, then forgets the call. True, with
+    // the answer in `*result`, when it was answered; `sent` false gives up at once.
+    bool finish_call(uint32_t id, bool sent, const Client& client, int32_t* result);
+
+    std::mutex mMu;
+    std::condition_variable mCv;
 
   private:
     int mListenFd = -1;
+    std::map<uint32_t, std::pair<bool, int32_t>> mCalls;  // id -> (answered, result); mMu
+    uint32_t mNextCall = 1;
 };
 
 class PerfHal : public SocketService {
@@ -47,11 +72,7 @@ class PerfHal : public SocketService {
 
   private:
     struct Conn;
-    std::mutex mMu;
-    std::condition_variable mCv;
     std::vector<std::shared_ptr<Conn>> mConns;
-    std::map<uint32_t, std::pair<bool, int32_t>> mHints;  // id -> (done, status)
-    uint32_t mNextHint = 1;
     bool mClosed = false;
 };
 
@@ -77,9 +98,5 @@ class Telemetry : public SocketService {
                  std::vector<int32_t>* results, std::string* err);
 
     RecordsWriter* mRecords;
-    std::mutex mMu;
-    std::condition_variable mCv;
     std::vector<std::shared_ptr<Conn>> mConns;
-    std::map<uint32_t, std::pair<bool, int32_t>> mRequests;  // id -> (done, result)
-    uint32_t mNextRequest = 1;
 };
