@@ -52,6 +52,29 @@ bool make_addr(const std::string& path, sockaddr_un* addr, int* dirfd) {
     return true;
 }
 
+// Closes `fd` without disturbing errno, so the caller still reports the first failure.
+void close_keeping_errno(int fd) {
+    int saved = errno;
+    close(fd);
+    errno = saved;
+}
+
+// A Unix stream socket for `path`, handed with its address to `use` (connect or bind). The socket
+// is closed when `use` fails; the directory descriptor of a long path is closed either way.
+template <typename Use>
+int open_unix(const std::string& path, Use use) {
+    sockaddr_un addr;
+    int dirfd;
+    if (!make_addr(path, &addr, &dirfd)) return -1;
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && !use(fd, addr)) {
+        close_keeping_errno(fd);
+        fd = -1;
+    }
+    if (dirfd >= 0) close_keeping_errno(dirfd);
+    return fd;
+}
+
 }  // namespace
 
 bool write_all(int fd, const void* buf, size_t len) {
@@ -132,50 +155,21 @@ bool wait_readable(int fd, int timeout_ms) {
 }
 
 int connect_unix(const std::string& path) {
-    sockaddr_un addr;
-    int dirfd;
-    if (!make_addr(path, &addr, &dirfd)) return -1;
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0) {
+    return open_unix(path, [](int fd, const sockaddr_un& addr) {
         int r;
         do {
-            r = connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+            r = connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr));
         } while (r < 0 && errno == EINTR);
-        if (r < 0) {
-            int saved = errno;
-            close(fd);
-            fd = -1;
-            errno = saved;
-        }
-    }
-    if (dirfd >= 0) {
-        int saved = errno;
-        close(dirfd);
-        errno = saved;
-    }
-    return fd;
+        return r == 0;
+    });
 }
 
 int listen_unix(const std::string& path) {
-    sockaddr_un addr;
-    int dirfd;
-    if (!make_addr(path, &addr, &dirfd)) return -1;
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0) {
+    return open_unix(path, [](int fd, const sockaddr_un& addr) {
         unlink(addr.sun_path);
-        if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) < 0 || listen(fd, 16) < 0) {
-            int saved = errno;
-            close(fd);
-            fd = -1;
-            errno = saved;
-        }
-    }
-    if (dirfd >= 0) {
-        int saved = errno;
-        close(dirfd);
-        errno = saved;
-    }
-    return fd;
+        return bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) == 0 &&
+               listen(fd, 16) == 0;
+    });
 }
 
 Writer& Writer::u32(uint32_t v) {
