@@ -1,8 +1,11 @@
 #include "collectors/fnode.h"
 
+#include <errno.h>
 #include <stdarg.h>
+#include <string.h>
 
 #include "core/tarn_log.h"
+#include "report/zel_helper.h"
 
 #define CPU_ROW(path) \
     { 3, nullptr, path }
@@ -10,73 +13,30 @@
     { type, nullptr, nullptr }
 #define ROW(type, path) \
     { type, nullptr, path }
+#define NO_PATH_GROUP NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3)
 
 struct fnode g_fnode_table[FNODE_COUNT] = {
     CPU_ROW("scaling_cur_freq"),
     CPU_ROW("related_cpus"),
     CPU_ROW("stats/time_in_state"),
     CPU_ROW("stats/trans_table"),
-    // The remaining 60 CPU rows carry no path; their streams are set by the CPU collector.
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
-    NO_PATH(3),
+    // The other seven groups carry no path; the CPU collector sets their streams.
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    // The last 32 rows of room for CPU rows are not used.
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
+    NO_PATH_GROUP,
     ROW(3, "/proc/stat"),
     NO_PATH(0),
     ROW(4, "/sys/class/gfxd/gfxd-3d0/devfreq/cur_freq"),
@@ -151,4 +111,35 @@ int32_t record_advance(int32_t use, int ret) {
     if (ret <= 0) return use;
     int64_t next = (int64_t)use + ret;
     return next > RECORD_BUFLEN - 1 ? RECORD_BUFLEN - 1 : (int32_t)next;
+}
+
+int append_node_u32(int index, const char* step, const char* label, char* buf, int32_t use) {
+    uint64_t value = 0;
+    FILE* fp = fnode_rewind(index);
+    if (fp == nullptr) {
+        TLOGD_FN(TAG_POWER, step, "%s() %d: %s() if !fp ", step);
+        return -EINVAL;
+    }
+    unsigned int read = 0;
+    if (fscanf(fp, "%u", &read) == 1) value = read;
+    TLOGD_FN(TAG_POWER, step, "%s() %d: %s() %s:%d ", step, label, (int)value);
+    int ret = record_appendf(buf, use, "%lu,", (unsigned long)value);
+    TLOGD_FN(TAG_POWER, step, "%s() %d: %s() ret:%d ", step, ret);
+    return ret;
+}
+
+int32_t report_node_value(const char* hndl, const char* closing, const char* tag, int32_t kpi,
+                          node_value_step step) {
+    char buf[RECORD_BUFLEN];
+    memset(buf, 0, sizeof(buf));
+    int32_t use = record_advance(0, record_appendf(buf, 0, "%s", tag));
+
+    int ret = step(buf, use);
+    TLOGD_FN(TAG_POWER, hndl, "%s() %d: %s() ret:%d use:%d buflen:%d", closing, ret, use,
+             RECORD_BUFLEN);
+    if (ret < 0) return ret;
+    use = record_advance(use, ret);
+
+    PowerZELHelper::getInstance()->log_blob(kpi, buf, (uint32_t)use);
+    return use;
 }

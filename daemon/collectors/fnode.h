@@ -50,6 +50,22 @@ int record_appendf(char* buf, int32_t use, const char* fmt, ...)
 // NUL: the record is reported as far as it goes.
 int32_t record_advance(int32_t use, int ret);
 
+// Appends the value of one node-table row to a record at `use`: the number of characters
+// appended, or a negative result (-EINVAL when the row is not open).
+typedef int (*node_value_step)(char* buf, int32_t use);
+
+// A handler that reports one value read from one row: zeroes the record, writes `tag`, runs
+// `step`, logs "<closing>() ret:%d use:%d buflen:%d" under the handler's name `hndl`, and on
+// success reports the record under `kpi`. Returns the record's length or the step's negative
+// result (then nothing is reported).
+int32_t report_node_value(const char* hndl, const char* closing, const char* tag, int32_t kpi,
+                          node_value_step step);
+
+// A reading step for a row that holds one unsigned decimal: logs its messages under the step's
+// name `step` with the value labelled `label`, and appends the value and a comma. Text that is
+// not a number reads as 0.
+int append_node_u32(int index, const char* step, const char* label, char* buf, int32_t use);
+
 // Opens every row from /proc/stat on that has a path (read-only; a failure leaves the row null),
 // and closes every open row.
 void fnode_open_all();

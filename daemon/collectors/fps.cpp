@@ -9,7 +9,6 @@
 #include "collectors/fnode.h"
 #include "collectors/tokens.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
 #define KPI_ID_FPS 9
 #define FPS_LINE_LEN 1024
@@ -43,16 +42,5 @@ static int get_fps(char* buf, int32_t use) {
 }
 
 int32_t collect_fps_stats_hndl(uint64_t) {
-    char buf[RECORD_BUFLEN];
-    memset(buf, 0, sizeof(buf));
-    int32_t use = record_advance(0, snprintf(buf, sizeof(buf), "FPS,"));
-
-    int ret = get_fps(buf, use);
-    TLOGD(TAG_POWER, "%s() %d: collect_fps_stats_hndl() ret:%d use:%d buflen:%d", ret, use,
-          RECORD_BUFLEN);
-    if (ret < 0) return ret;
-    use = record_advance(use, ret);
-
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_FPS, buf, (uint32_t)use);
-    return use;
+    return report_node_value(__func__, __func__, "FPS,", KPI_ID_FPS, get_fps);
 }
