@@ -5,11 +5,8 @@
 #include <map>
 #include <sstream>
 
-#include "collectors/collectors.h"
 #include "collectors/fnode.h"
-#include "common/test_util.h"
-#include "core/power_bigdata_core.h"
-#include "core/tarn_log.h"
+#include "collectors/power_fixture.h"
 
 using tarn_test::write_file;
 using V = std::vector<std::string>;
@@ -19,35 +16,35 @@ namespace {
 const char* const kSubsys[] = {"adsp", "adsp_island", "aosd",  "apss", "cdsp",
                                "cxsd", "ddr",         "modem", "slpi", "slpi_island"};
 const char* const kWlan[] = {"wlnd", "wlne_v2", "wlne", "wlnf", "wlnc", "wlnb", "wlna", "wifi"};
+const std::string kSleep = "/sys/kernel/debug/kelv_sleep_stats/";
 constexpr unsigned long long kSec = 19200000ULL;
 
-const std::string kIdle = "/sys/kernel/debug/pm_genpd/cpu-pd",
-                  kSleep = "/sys/kernel/debug/kelv_sleep_stats/";
 std::string wlan(const std::string& dir) {
     return "/sys/kernel/" + dir + "/power_stats";
 }
-
 void write_idle(int d, const std::string& lines) {
-    write_file(kIdle + std::to_string(d) + "/idle_states",
+    write_file("/sys/kernel/debug/pm_genpd/cpu-pd" + std::to_string(d) + "/idle_states",
                "State          Time Spent(ms) Usage          Rejected\n" + lines);
 }
 void write_sleep(const std::string& n, unsigned long long count, unsigned long long dur) {
-    write_file(kSleep + n,
-               "Count = " + std::to_string(count) + "\nLast Entered At = 7000\n" +
-                   "Last Exited At = 7100\nAccumulated Duration = " + std::to_string(dur) + "\n");
+    write_file(kSleep + n, "Count = " + std::to_string(count) +
+                               "\nLast Entered At = 7000\nLast Exited At = 7100\n" +
+                               "Accumulated Duration = " + std::to_string(dur) + "\n");
 }
-void write_wlan(const std::string& dir, int a, int b, int c, int d) {
-    write_file(wlan(dir), "WLAN power statistics\nsince load\nSleep time: " + std::to_string(a) +
-                              "\nTotal on time: " + std::to_string(b) +
-                              "\nSleep enter counter: " + std::to_string(c) +
-                              "\nSleep enter timestamp: " + std::to_string(d) + "\n");
+// `values`: sleep time, total on time, sleep-enter counter and timestamp, blank-separated.
+void write_wlan(const std::string& dir, const std::string& values) {
+    std::stringstream in(values);
+    std::string text = "WLAN power statistics\nsince load\n", v;
+    for (const char* key :
+         {"Sleep time", "Total on time", "Sleep enter counter", "Sleep enter timestamp"})
+        if (in >> v) text += std::string(key) + ": " + v + "\n";
+    write_file(wlan(dir), text);
 }
 
-// One handler call; the record as uploaded, split into label -> words of its part.
+// One handler call; the record split into label -> words of its part.
 struct Sample {
     int32_t ret = 0;
-    bool reported = false;
-    std::string record;
+    std::string record;  // empty when nothing was reported
     V labels;
     std::map<std::string, V> parts;
     V last(const std::string& label, size_t n) const {
@@ -57,19 +54,11 @@ struct Sample {
 };
 
 Sample sample() {
-    fflush(g_local_file);
-    long before = ftell(g_local_file);
+    power_test::Call c = power_test::call(collect_lpm_stats_hndl);
     Sample s;
-    s.ret = collect_lpm_stats_hndl(0);
-    fflush(g_local_file);
-    std::string line(4200, '\0');
-    fseek(g_local_file, before, SEEK_SET);
-    line.resize(fread(&line[0], 1, line.size(), g_local_file));
-    std::string prefix = PowerBigDataCore::getInstance()->getAppName() + ",LPM,";
-    if (line.find(prefix) == std::string::npos) return s;
-    s.reported = true;
-    s.record = line.substr(line.find(prefix) + prefix.size() - 4);
-    s.record.pop_back();  // the local file's newline
+    s.ret = c.ret;
+    if (c.records.empty()) return s;
+    s.record = c.records.at(0);
     std::stringstream ss(s.record.substr(4));
     for (std::string label, part; std::getline(ss, label, ',') && std::getline(ss, part, ',');) {
         std::stringstream ws(part);
@@ -81,19 +70,14 @@ Sample sample() {
 
 class LpmTest : public ::testing::Test {
   protected:
-    static void SetUpTestSuite() {
-        g_debug_level = 7;  // formats every message's arguments
-        PowerBigDataCore::getInstance();
-        if (g_local_file == nullptr) g_local_file = tmpfile();
-    }
+    static void SetUpTestSuite() { power_test::start_core(); }
     // Every node present with plain content, and open as at start-up.
     void SetUp() override {
         for (int d = 0; d < 8; d++) write_idle(d, "S0   512   64   0\n");
         for (const char* s : kSubsys) write_sleep(s, 12, 1000);
-        write_sleep("ddr_stats", 1, 1);
         for (const char* w : kWlan) unlink(wlan(w).c_str());
-        write_wlan("wlnd", 100, 200, 30, 4000);
-        for (int r = 0; r < 19; r++) {
+        write_wlan("wlnd", "100 200 30 4000");
+        for (int r = 0; r < 18; r++) {
             fnode& row = g_fnode_table[FNODE_LPM_BASE + r];
             if (row.fp != nullptr) fclose(row.fp);
             row.fp = fopen(row.path, "r");
@@ -105,7 +89,6 @@ class LpmTest : public ::testing::Test {
 // the first test of the binary.
 TEST_F(LpmTest, FirstRecordCarriesWholeCountersInLayoutOrder) {
     Sample s = sample();
-    ASSERT_TRUE(s.reported);
     EXPECT_EQ(s.ret, (int32_t)s.record.size());
     EXPECT_EQ(s.record.rfind("LPM,CPU0, S0 512 64 0 64 0 0 0 0 0,CPU1, S0 512 64 0 64 0", 0), 0u);
     V order = {"CPU0", "CPU1", "CPU2", "CPU3", "CPU4", "CPU5", "CPU6", "CPU7"};
@@ -120,9 +103,8 @@ TEST_F(LpmTest, IdleStatesUseTheLastLineOnly) {
     write_idle(3, "S0   900   300   0\nS1   400   100   2\n");
     V before = sample().last("CPU3", 6);
     write_idle(3, "S0   950   340   0\nS1   480   130   2\n");
-    Sample s = sample();
-    EXPECT_EQ(s.parts.at("CPU3"), (V{"S1", "480", "130", "2", before[0], "30", before[2], before[3],
-                                     before[4], before[5]}));
+    EXPECT_EQ(sample().parts.at("CPU3"), (V{"S1", "480", "130", "2", before[0], "30", before[2],
+                                            before[3], before[4], before[5]}));
     EXPECT_EQ(sample().last("CPU3", 6)[1], "0");  // unchanged file: no new use
     write_idle(3, "S1 10 7 0\n");                 // reset counter: the new value is the delta
     EXPECT_EQ(sample().last("CPU3", 6)[1], "7");
@@ -134,12 +116,11 @@ TEST_F(LpmTest, IdleStatesUseTheLastLineOnly) {
 }
 
 TEST_F(LpmTest, SubsystemCountsAndWholeSecondDurations) {
-    write_sleep("adsp", 10, 1000);
-    sample();
     auto next = [](unsigned long long count, unsigned long long dur) {
         write_sleep("adsp", count, dur);
         return sample().last("adsp", 2);
     };
+    next(10, 1000);
     EXPECT_EQ(next(10, 1000 + kSec), (V{"1", "1"}));  // a whole second asleep counts one entry
     EXPECT_EQ(next(10, 1000 + 2 * kSec - 1), (V{"0", "0"}));
     EXPECT_EQ(next(15, 1000 + 5 * kSec + 4), (V{"5", "3"}));
@@ -164,40 +145,36 @@ TEST_F(LpmTest, MissingFilesAndStreams) {
         n.fp = nullptr;
         s = sample();
         EXPECT_EQ(s.ret, -22);
-        EXPECT_FALSE(s.reported);
+        EXPECT_EQ(s.record, "");
     }
 }
 
 TEST_F(LpmTest, WlanFileChoiceAndDeltas) {
     const fnode& row = g_fnode_table[FNODE_LPM_BASE + FNODE_LPM_WLAN];
     unlink(wlan("wlnd").c_str());
-    Sample s = sample();
-    EXPECT_EQ(s.labels.back(), "slpi_island");
+    EXPECT_EQ(sample().labels.back(), "slpi_island");
     EXPECT_EQ(row.path, nullptr);
 
-    write_wlan("wifi", 1, 1, 1, 1);
-    write_wlan("wlnf", 5000, 6000, 70, 8000);
-    s = sample();
-    EXPECT_EQ(V(s.parts.at("WCNSS").begin(), s.parts.at("WCNSS").begin() + 4),
-              (V{"5000", "6000", "70", "8000"}));
+    write_wlan("wifi", "1 1 1 1");
+    write_wlan("wlnf", "5000 6000 70 8000");
+    V w = sample().parts.at("WCNSS");
+    EXPECT_EQ(V(w.begin(), w.begin() + 4), (V{"5000", "6000", "70", "8000"}));
     EXPECT_STREQ(row.path, "/sys/kernel/wlnf/power_stats");
     EXPECT_EQ(row.fp, nullptr);
-    write_wlan("wlnf", 5100, 6300, 72, 9000);
+    write_wlan("wlnf", "5100 6300 72 9000");
     EXPECT_EQ(sample().last("WCNSS", 4), (V{"100", "300", "2", "1000"}));
-
-    write_file(wlan("wlnf"), "WLAN power statistics\nsince load\n");  // no values
-    s = sample();
-    EXPECT_TRUE(s.reported);
-    EXPECT_EQ(s.parts.count("WCNSS"), 0u);
+    write_wlan("wlnf", "");  // header only: the record ends after the subsystems
+    EXPECT_EQ(sample().labels.back(), "slpi_island");
 }
 
 TEST_F(LpmTest, RecordThatWouldPassTheBufferIsDropped) {
     std::string word(590, 'x');
     for (int d = 0; d < 8; d++) write_idle(d, "S0 1 2 3 " + word + "\n");
-    EXPECT_EQ(sample().ret, -1);
-    EXPECT_FALSE(sample().reported);
-    for (int d = 4; d < 8; d++) write_idle(d, "S0 1 2 3\n");
     Sample s = sample();
+    EXPECT_EQ(s.ret, -1);
+    EXPECT_EQ(s.record, "");
+    for (int d = 4; d < 8; d++) write_idle(d, "S0 1 2 3\n");
+    s = sample();
     EXPECT_GT(s.ret, 4 * 590);
     EXPECT_EQ(s.ret, (int32_t)s.record.size());
     EXPECT_EQ(s.labels.back(), "WCNSS");

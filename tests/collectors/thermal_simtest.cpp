@@ -7,9 +7,13 @@
 
 namespace {
 
+using thermal_test::node;
 using thermal_test::Node;
 using Records = std::vector<std::string>;
 
+// "_kr" devices fall into modem_kr only. A comma type is marked at init by the word after its
+// comma but counted by its raw name: "cpu-hotplug,ddr-cdev" is marked as ddr and counts for
+// cpu_hotplug; "cdsp,mystery" is never marked. Negative readings never lift a group above 0.
 const std::vector<Node> kZones = {
     {"cpuss-0", 45000}, {"quiet-therm", 31000}, {"cpu-1-2", 52000},
     {"mdmss-0", 90000}, {"gpuss-0", -5000},     {"skin-vqm-therm", 33000},
@@ -17,13 +21,14 @@ const std::vector<Node> kZones = {
     {"ddr", 38000},     {"camera-1", 36000},    {"socd", 12},
 };
 const std::vector<Node> kCoolings = {
-    {"thermal-pause-1", 1},  {"cpufreq-cpu0", 4}, {"cpufreq-cpu7", 9}, {"cpu7-isolate", 1},
-    {"modem_lte_dsc_kr", 3}, {"modem_nr_dsc", 2}, {"ddr-cdev", 6},     {"display-fps", 7},
-    {"limits,cpu5", 2},      {"battery", 5},
+    {"thermal-pause-1", 1}, {"cpufreq-cpu0", 4},         {"cpufreq-cpu7", 9},
+    {"cpu7-isolate", 1},    {"modem_lte_dsc_kr", 3},     {"modem_nr_dsc", 2},
+    {"ddr-cdev", 6},        {"display-fps", 7},          {"limits,cpu5", 2},
+    {"battery", 5},         {"cpu-hotplug,ddr-cdev", 3}, {"cdsp,mystery", 8},
 };
 
 const char kCooling[] =
-    "cpu_pause: 1,cpu_hotplug: 0,cpu0: 4,cpu2: 0,cpu3: 0,cpu4: 0,cpu5: 2,cpu6: 0,cpu7: 9,"
+    "cpu_pause: 1,cpu_hotplug: 3,cpu0: 4,cpu2: 0,cpu3: 0,cpu4: 0,cpu5: 2,cpu6: 0,cpu7: 9,"
     "gpu: 0,cdsp: 0,modem_kr: 3,modem: 2,ddr: 6,battery_current: 5,modem_vdd: 0,";
 const char kZone[] =
     "quiet-therm: 31000,skin-vqm-therm: 33000,usb-therm: 29500,"
@@ -39,13 +44,12 @@ const char kZeroCooling[] =
 #define ZERO_AFTER_CPU                                                                    \
     "gpu-tj-max-temp: 0,nsp-tj-temp: 0,ruz-tj-temp: 0,aoss-tj-temp: 0,camera-tj-temp: 0," \
     "ddr-tj-temp: 0,video-tj-temp: 0,bcl-lvl0: 0,bcl-lvl1: 0,bcl-lvl2: 0,socd: 0,"
-const std::string kZeroGroups = "cpu-tj-max-temp: 0," ZERO_AFTER_CPU;
+const std::string kZeroZone = "cpu-tj-max-temp: 0," ZERO_AFTER_CPU "skin-temp: 0,";
 
 class ThermalTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         thermal_test::write_side_nodes();
-        thermal_test::write_tree(kZones, kCoolings);
         sAppName = PowerBigDataCore::getInstance()->getAppName();
     }
     // Writes the tree and starts the collector afresh on it.
@@ -55,10 +59,6 @@ class ThermalTest : public ::testing::Test {
         ASSERT_EQ(0, collect_thermal_stats_init());
     }
     static Records records(uint64_t flag) { return thermal_test::records_of(flag, sAppName); }
-    static std::string one(uint64_t flag) {
-        Records r = records(flag);
-        return r.size() == 1 ? r[0] : "<" + std::to_string(r.size()) + " records>";
-    }
     static std::string sAppName;
 };
 
@@ -66,90 +66,70 @@ std::string ThermalTest::sAppName;
 
 TEST_F(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
     restart(kZones, kCoolings);
-    EXPECT_EQ((Records{kCooling, kZone, kClock}), records(0x4000000000000000ULL));
-    EXPECT_EQ((Records{kCooling, kZone, kClock}), records(0x400000000000000FULL));
-    EXPECT_EQ((Records{kZone, kClock}), records(0x5));
-    EXPECT_EQ((Records{kCooling}), records(0x2));
-    EXPECT_TRUE(records(0x8).empty());
-    EXPECT_TRUE(records(0x8000000000000000ULL).empty());
-}
-
-TEST_F(ThermalTest, GroupMatching) {
-    // "_kr" devices fall into modem_kr, never into modem. A comma type is marked at init by its
-    // word after the comma but counted by its raw name: "cpu-hotplug,ddr-cdev" is marked as ddr
-    // and counts for cpu_hotplug; "cdsp,mystery" is never marked.
-    restart({{"gpuss-0", -4000},
-             {"cpu-0-3", 47000},
-             {"cpuss-2", 51000},
-             {"quiet-therm", 0},
-             {"skin-vqm-therm", 33000}},
-            {{"modem_nr_dsc", 1},
-             {"modem_nr_scg_dsc_kr", 8},
-             {"mmodem_lte_dsc", 4},
-             {"cpu-hotplug,ddr-cdev", 3},
-             {"cdsp,mystery", 5},
-             {"limits,cpu5", 2}});
-    EXPECT_EQ(
-        "cpu_pause: 0,cpu_hotplug: 3,cpu0: 0,cpu2: 0,cpu3: 0,cpu4: 0,cpu5: 2,cpu6: 0,"
-        "cpu7: 0,gpu: 0,cdsp: 0,modem_kr: 8,modem: 4,ddr: 0,battery_current: 0,"
-        "modem_vdd: 0,",
-        one(0x2));
-    // Negative readings never lift a group above 0; a quiet zone at 0 leaves the skin zone.
-    EXPECT_EQ("quiet-therm: 0,skin-vqm-therm: 33000,cpu-tj-max-temp: 51000," ZERO_AFTER_CPU
-              "skin-temp: 33000,current:-1234,",
-              one(0x1));
+    const std::pair<uint64_t, Records> cases[] = {
+        {0x4000000000000000ULL, {kCooling, kZone, kClock}},
+        {0x400000000000000FULL, {kCooling, kZone, kClock}},
+        {0x5, {kZone, kClock}},
+        {0x2, {kCooling}},
+        {0x8, {}},
+        {0x8000000000000000ULL, {}},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.second, records(c.first)) << std::hex << c.first;
 }
 
 TEST_F(ThermalTest, MarksAreDecidedAtInit) {
-    restart({{"mdmss-0", 40000}, {"cpuss-0", 41000}}, {{"display-fps", 3}});
+    restart({{"mdmss-0", 40000}, {"cpuss-0", 41000}, {"quiet-therm", 0}, {"skin-vqm-therm", 33000}},
+            {{"display-fps", 3}});
     // After init the unmatched zone and device take group types, and a zone and a device
     // appear. None of them is read.
-    tarn_test::write_file(thermal_test::zone(0) + "/type", "usb-therm\n");
-    tarn_test::write_file(thermal_test::zone(2) + "/type", "xo-therm\n");
-    tarn_test::write_file(thermal_test::zone(2) + "/temp", "30000\n");
-    tarn_test::write_file(thermal_test::cooling(0) + "/type", "gpu\n");
-    tarn_test::write_file(thermal_test::cooling(1) + "/type", "cpufreq-cpu4\n");
-    tarn_test::write_file(thermal_test::cooling(1) + "/cur_state", "6\n");
-    EXPECT_EQ("cpu-tj-max-temp: 41000," ZERO_AFTER_CPU "skin-temp: 0,current:-1234,", one(0x1));
-    EXPECT_EQ(kZeroCooling, one(0x2));
+    tarn_test::write_file(node("thermal_zone", 0, "type"), "usb-therm\n");
+    tarn_test::write_file(node("thermal_zone", 4, "type"), "xo-therm\n");
+    tarn_test::write_file(node("thermal_zone", 4, "temp"), "30000\n");
+    tarn_test::write_file(node("cooling_device", 0, "type"), "gpu\n");
+    tarn_test::write_file(node("cooling_device", 1, "type"), "cpufreq-cpu4\n");
+    tarn_test::write_file(node("cooling_device", 1, "cur_state"), "6\n");
+    // A quiet zone reading 0 leaves the skin temperature to the skin zone.
+    EXPECT_EQ((Records{kZeroCooling,
+                       "quiet-therm: 0,skin-vqm-therm: 33000,cpu-tj-max-temp: 41000," ZERO_AFTER_CPU
+                       "skin-temp: 33000,current:-1234,"}),
+              records(0x3));
 }
 
-TEST_F(ThermalTest, UnreadableNodesAndMissingState) {
-    restart({{"usb-therm", 30000}, {"cpuss-0", 44000}, {"xo-therm", 35000}}, {{"gpu", 4}});
+TEST_F(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
+    const std::string fits = "cpuss-" + std::string(1023 - 6, 'x');
+    restart({{"usb-therm", 30000},
+             {"cpuss-0", 44000},
+             {"xo-therm", 35000},
+             {fits, 61000},
+             {fits + "y", 62000}},
+            {{"gpu", 4}, {"cpufreq-cpu0" + std::string(1100, 'z'), 5}});
     // Directories open but cannot be read, even by root.
-    for (const std::string& node :
-         {thermal_test::zone(0) + "/temp", thermal_test::zone(1) + "/temp",
-          thermal_test::zone(2) + "/type", thermal_test::cooling(0) + "/cur_state"}) {
-        std::filesystem::remove(node);
-        mkdir(node.c_str(), 0755);
+    for (const std::string& n :
+         {node("thermal_zone", 0, "temp"), node("thermal_zone", 1, "temp"),
+          node("thermal_zone", 2, "type"), node("cooling_device", 0, "cur_state")}) {
+        std::filesystem::remove(n);
+        mkdir(n.c_str(), 0755);
     }
     std::filesystem::remove(thermal_test::kCurrent);
-    // A failed temp reads as 0 and the zone still counts; a failed type drops the zone.
-    EXPECT_EQ("usb-therm: 0," + kZeroGroups + "skin-temp: 0,", one(0x1));
-    EXPECT_EQ(kZeroCooling, one(0x2));
+    // A failed temp or state reads as 0 and the node still counts; a failed type drops the zone.
+    EXPECT_EQ((Records{kZeroCooling,
+                       "usb-therm: 0,cpu-tj-max-temp: 61000," ZERO_AFTER_CPU "skin-temp: 0,"}),
+              records(0x3));
     thermal_test::write_side_nodes();
 
     // After exit the tables stay but nothing is marked; without the class directory nothing is.
-    restart(kZones, kCoolings);
     collect_thermal_stats_exit();
-    EXPECT_EQ((Records{kZeroCooling, kZeroGroups + "skin-temp: 0,current:-1234,"}), records(0x3));
+    EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
     std::filesystem::remove_all(thermal_test::kClassDir);
     ASSERT_EQ(0, collect_thermal_stats_init());
-    EXPECT_EQ((Records{kZeroCooling, kZeroGroups + "skin-temp: 0,current:-1234,"}), records(0x3));
-}
-
-TEST_F(ThermalTest, TypeNamesThatDoNotFitAreIgnored) {
-    std::string fits = "cpuss-" + std::string(1023 - 6, 'x');
-    restart({{fits, 61000}, {fits + "y", 62000}}, {{"cpufreq-cpu0" + std::string(1100, 'z'), 5}});
-    EXPECT_EQ("cpu-tj-max-temp: 61000," ZERO_AFTER_CPU "skin-temp: 0,current:-1234,", one(0x1));
-    EXPECT_EQ(kZeroCooling, one(0x2));
+    EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
 }
 
 TEST_F(ThermalTest, ClockRecordKeepsWhatCanBeRead) {
     std::filesystem::remove(thermal_test::cpu_freq(0));
     std::filesystem::remove(thermal_test::kDdrClock);
     tarn_test::write_file(thermal_test::cpu_freq(6), "1555200\n");
-    EXPECT_EQ("CPU6_freq:1555200,CPU7_freq:2995200,GPU(MHz):587,", one(0x4));
+    EXPECT_EQ(Records{"CPU6_freq:1555200,CPU7_freq:2995200,GPU(MHz):587,"}, records(0x4));
     std::filesystem::remove(thermal_test::cpu_freq(6));
     thermal_test::write_side_nodes();
 }
