@@ -1,5 +1,6 @@
 # make demo: run the daemon on the simulated phone8 device.
 # make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
+# make bench: time each collector's handler, a whole tick and the record upload on phone8.
 JOBS ?= 2
 BUILD ?= build
 ASAN_BUILD ?= build-asan
@@ -25,6 +26,13 @@ test: build build-asan
 
 demo: build
 	@bash sim/demo.sh
+
+# The daemon's log lines go to $(BUILD)/bench/tarn_bench.log; BENCH_ARGS are passed to the benchmark
+# (e.g. BENCH_ARGS=--benchmark_repetitions=5).
+bench: build
+	@$(BUILD)/tarn_sim run --image sim/devices/phone8 --no-perf-hal --no-telemetry \
+		-- $(BUILD)/bench/tarn_bench $(BENCH_ARGS) 2>$(BUILD)/bench/tarn_bench.log \
+		|| { tail -n 5 $(BUILD)/bench/tarn_bench.log; exit 1; }
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD)
