@@ -204,10 +204,11 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     int32_t ret = log_file(kpi_id, g_file_buf, static_cast<uint32_t>(path_len + nread));
     TLOGW(TAG_STABILITY, "%s() %d: upload status = %d\n", ret);
 
-    // Mark the file as reported. The new name has room for the whole suffix: a cut name would
-    // not carry "_readed" and the file would be sent again on every tick.
+    // Mark the file as reported. The new name is bounded like every found path. When the suffix
+    // is cut, the new name is at least kFilePathSize - 1 characters long, too long for the search
+    // to hand out, so the file is still never sent again.
     path[--path_len] = '\0';
-    char readed[kFilePathSize + sizeof(FILE_READED_SUFFIX)];
+    char readed[kFilePathSize];
     snprintf(readed, sizeof(readed), "%s" FILE_READED_SUFFIX, path);
     // When the rename fails the file stays unreported and is found again on the next call.
     rename(path, readed);

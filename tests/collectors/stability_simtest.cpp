@@ -1,7 +1,7 @@
-// The stability handler: the kinds each flag selects, their order and the handler's result.
+// The stability and MTBF handlers: the kinds each flag selects, their order, the ready rules and
+// the handlers' results.
 #include <gtest/gtest.h>
-
-#include <filesystem>
+#include <stdlib.h>
 
 #include "collectors/collectors.h"
 #include "common/capture.h"
@@ -10,46 +10,64 @@
 
 namespace {
 
-using Paths = std::vector<std::string>;
-const char* const kDirs[] = {"/sdcard/Perfdump/", "/data/tombstones/", "/data/anr/"};
-const char* const kPrefixes[] = {"status_", "tombstone_", "anr_"};
+using Lines = std::vector<std::string>;
 
-TEST(StabilityTest, FlagSelectsKindsInOrder) {
-    g_local_file = tmpfile();
-    tarn_test::LineReader records(g_local_file);
-    // Each line ends in "path,x": the paths of the files uploaded since the last look.
-    auto sent = [&records] {
-        Paths paths;
-        for (std::string l : records.take()) {
-            l.resize(l.size() - 2);
-            paths.push_back(l.substr(l.rfind(',') + 1));
-        }
-        return paths;
-    };
+class StabilityTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() { g_local_file = tmpfile(); }
+    void SetUp() override { mRecords.take(); }
+    // The last field of each line uploaded since the previous look.
+    Lines sent() {
+        Lines last;
+        for (const std::string& l : mRecords.take()) last.push_back(l.substr(l.rfind(',') + 1));
+        return last;
+    }
+    tarn_test::LineReader mRecords{g_local_file};
+};
+
+TEST_F(StabilityTest, FlagSelectsKindsInOrder) {
+    // Each file holds its own path, which ends the uploaded line.
     auto drop = [](const std::string& n) {
-        for (int i = 0; i < 3; i++) tarn_test::write_file(kDirs[i] + (kPrefixes[i] + n), "x");
+        for (std::string f :
+             {"/sdcard/Perfdump/status_", "/data/tombstones/tombstone_", "/data/anr/anr_"})
+            tarn_test::write_file(f + n, f + n);
     };
     collect_stability_info_init();
-
     drop("1");
     EXPECT_GT(collect_stability_stats_hndl(0x8000000000000000ULL), 0);
-    EXPECT_EQ(sent(), (Paths{"/sdcard/Perfdump/status_1", "/data/tombstones/tombstone_1",
+    EXPECT_EQ(sent(), (Lines{"/sdcard/Perfdump/status_1", "/data/tombstones/tombstone_1",
                              "/data/anr/anr_1"}));
     drop("2");
     EXPECT_GT(collect_stability_stats_hndl(0x2), 0);
-    EXPECT_EQ(sent(), Paths{"/data/tombstones/tombstone_2"});
+    EXPECT_EQ(sent(), Lines{"/data/tombstones/tombstone_2"});
     EXPECT_EQ(collect_stability_stats_hndl(0x4000000000000008ULL), 0);
-    EXPECT_EQ(sent(), Paths{});
+    EXPECT_EQ(sent(), Lines{});
     // No tombstone is left: the result is that call's -1 though a status dump was sent.
     EXPECT_EQ(collect_stability_stats_hndl(0x3), -1);
-    EXPECT_EQ(sent(), Paths{"/sdcard/Perfdump/status_2"});
+    EXPECT_EQ(sent(), Lines{"/sdcard/Perfdump/status_2"});
 
     collect_stability_info_exit();
     EXPECT_EQ(collect_stability_stats_hndl(0x4), -1);
-    EXPECT_EQ(sent(), Paths{});
+    EXPECT_EQ(sent(), Lines{});
     collect_stability_info_init();
     EXPECT_GT(collect_stability_stats_hndl(0x4), 0);
-    EXPECT_EQ(sent(), Paths{"/data/anr/anr_2"});
+    EXPECT_EQ(sent(), Lines{"/data/anr/anr_2"});
+}
+
+TEST_F(StabilityTest, MtbfFlagReadyAndRecord) {
+    // Properties are read afresh from this file at every lookup.
+    tarn_test::write_file("/data/mtbf.prop", "ro.product.model=FX-1\n");
+    setenv("TARN_HOST_PROPERTIES", "/data/mtbf.prop", 1);
+    collect_mtbf_info_exit();
+    EXPECT_EQ(collect_mtbf_stats_hndl(0x8000000000000008ULL), -1);
+    collect_mtbf_info_init();
+    for (uint64_t flag : {0x0ULL, 0x1ULL, 0x7ULL, 0x4000000000000000ULL})
+        EXPECT_EQ(collect_mtbf_stats_hndl(flag), -1) << std::hex << flag;
+    EXPECT_EQ(sent(), Lines{});
+    EXPECT_EQ(collect_mtbf_stats_hndl(0x8), 0);  // no counter yet
+    tarn_test::write_file("/data/mtbf.prop", "persist.vendor.crash.cnt=17\n");
+    EXPECT_EQ(collect_mtbf_stats_hndl(0x8000000000000000ULL), 0);
+    EXPECT_EQ(sent(), (Lines{"0", "17"}));
 }
 
 }  // namespace

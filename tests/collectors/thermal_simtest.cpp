@@ -1,15 +1,73 @@
 // Thermal collector against fixture trees written inside the simulator's sandbox.
 #include <gtest/gtest.h>
+#include <string.h>
 #include <sys/stat.h>
 
-#include "collectors/thermal_fixture.h"
+#include <filesystem>
+
+#include "collectors/collectors.h"
+#include "common/test_util.h"
 #include "core/power_bigdata_core.h"
+#include "core/tarn_log.h"
 
 namespace {
 
-using thermal_test::node;
-using thermal_test::Node;
+namespace fs = std::filesystem;
+using tarn_test::write_file;
 using Records = std::vector<std::string>;
+
+struct Node {
+    std::string type;
+    long long value;  // temp of a zone, cur_state of a cooling device
+};
+
+const std::string kCurrent = "/sys/class/power_supply/battery/current_now";
+const std::string kDdrClock = "/sys/kernel/debug/clk/measure_only_mccc_clk/clk_measure";
+
+std::string node(const char* kind, size_t i, const char* file) {
+    return "/sys/devices/virtual/thermal/" + std::string(kind) + std::to_string(i) + "/" + file;
+}
+std::string cpu_freq(int cpu) {
+    return "/sys/devices/system/cpu/cpu" + std::to_string(cpu) + "/cpufreq/scaling_cur_freq";
+}
+
+// A fresh class directory holding exactly these zones and cooling devices, numbered from 0.
+void write_tree(const std::vector<Node>& zones, const std::vector<Node>& coolings) {
+    fs::remove_all("/sys/devices/virtual/thermal");
+    for (size_t i = 0; i < zones.size() + coolings.size(); i++) {
+        bool zone = i < zones.size();
+        const Node& n = zone ? zones[i] : coolings[i - zones.size()];
+        size_t index = zone ? i : i - zones.size();
+        const char* kind = zone ? "thermal_zone" : "cooling_device";
+        write_file(node(kind, index, "type"), n.type + "\n");
+        write_file(node(kind, index, zone ? "temp" : "cur_state"), std::to_string(n.value));
+    }
+}
+
+// Battery current, clocks of CPUs 0 and 7 (CPU 6 has none), GPU and DDR clocks.
+void write_side_nodes() {
+    write_file(kCurrent, "-1234567\n");
+    write_file(cpu_freq(0), "1804800\n");
+    write_file(cpu_freq(7), "2995200\n");
+    write_file("/sys/class/gfxd/gfxd-3d0/gpuclk", "587000000\n");
+    write_file(kDdrClock, "2092800000\n");
+}
+
+// Record texts uploaded by one handler call, in upload order, without header and app name.
+Records records(uint64_t flag) {
+    g_local_file = tmpfile();
+    collect_thermal_stats_hndl(flag);
+    rewind(g_local_file);
+    Records out;
+    const std::string app = "com.android.launcher3,";
+    for (char line[8192]; fgets(line, sizeof(line), g_local_file) != nullptr;) {
+        std::string s(line, strcspn(line, "\n"));
+        out.push_back(s.find(app) == std::string::npos ? s : s.substr(s.find(app) + app.size()));
+    }
+    fclose(g_local_file);
+    g_local_file = nullptr;
+    return out;
+}
 
 // "_kr" devices fall into modem_kr only. A comma type is marked at init by the word after its
 // comma but counted by its raw name: "cpu-hotplug,ddr-cdev" is marked as ddr and counts for
@@ -46,25 +104,22 @@ const char kZeroCooling[] =
     "ddr-tj-temp: 0,video-tj-temp: 0,bcl-lvl0: 0,bcl-lvl1: 0,bcl-lvl2: 0,socd: 0,"
 const std::string kZeroZone = "cpu-tj-max-temp: 0," ZERO_AFTER_CPU "skin-temp: 0,";
 
-class ThermalTest : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        thermal_test::write_side_nodes();
-        sAppName = PowerBigDataCore::getInstance()->getAppName();
-    }
-    // Writes the tree and starts the collector afresh on it.
-    static void restart(const std::vector<Node>& zones, const std::vector<Node>& coolings) {
-        thermal_test::write_tree(zones, coolings);
-        collect_thermal_stats_exit();
-        ASSERT_EQ(0, collect_thermal_stats_init());
-    }
-    static Records records(uint64_t flag) { return thermal_test::records_of(flag, sAppName); }
-    static std::string sAppName;
-};
+// Writes the tree and starts the collector afresh on it.
+void restart(const std::vector<Node>& zones, const std::vector<Node>& coolings) {
+    write_tree(zones, coolings);
+    collect_thermal_stats_exit();
+    ASSERT_EQ(0, collect_thermal_stats_init());
+}
 
-std::string ThermalTest::sAppName;
+// Building the sampling core runs the collector's init, so this has to be the binary's first
+// test: the zone record is complete before its upload builds the core.
+TEST(ThermalTest, BeforeInitZoneRecordHoldsOnlySkinTemperatureAndCurrent) {
+    write_side_nodes();
+    write_tree(kZones, kCoolings);  // nodes that would all be reported once init has run
+    EXPECT_EQ(Records{"skin-temp: 0,current:-1234,"}, records(0x1));
+}
 
-TEST_F(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
+TEST(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
     restart(kZones, kCoolings);
     const std::pair<uint64_t, Records> cases[] = {
         {0x4000000000000000ULL, {kCooling, kZone, kClock}},
@@ -77,17 +132,17 @@ TEST_F(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
     for (const auto& c : cases) EXPECT_EQ(c.second, records(c.first)) << std::hex << c.first;
 }
 
-TEST_F(ThermalTest, MarksAreDecidedAtInit) {
+TEST(ThermalTest, MarksAreDecidedAtInit) {
     restart({{"mdmss-0", 40000}, {"cpuss-0", 41000}, {"quiet-therm", 0}, {"skin-vqm-therm", 33000}},
             {{"display-fps", 3}});
     // After init the unmatched zone and device take group types, and a zone and a device
     // appear. None of them is read.
-    tarn_test::write_file(node("thermal_zone", 0, "type"), "usb-therm\n");
-    tarn_test::write_file(node("thermal_zone", 4, "type"), "xo-therm\n");
-    tarn_test::write_file(node("thermal_zone", 4, "temp"), "30000\n");
-    tarn_test::write_file(node("cooling_device", 0, "type"), "gpu\n");
-    tarn_test::write_file(node("cooling_device", 1, "type"), "cpufreq-cpu4\n");
-    tarn_test::write_file(node("cooling_device", 1, "cur_state"), "6\n");
+    write_file(node("thermal_zone", 0, "type"), "usb-therm\n");
+    write_file(node("thermal_zone", 4, "type"), "xo-therm\n");
+    write_file(node("thermal_zone", 4, "temp"), "30000\n");
+    write_file(node("cooling_device", 0, "type"), "gpu\n");
+    write_file(node("cooling_device", 1, "type"), "cpufreq-cpu4\n");
+    write_file(node("cooling_device", 1, "cur_state"), "6\n");
     // A quiet zone reading 0 leaves the skin temperature to the skin zone.
     EXPECT_EQ((Records{kZeroCooling,
                        "quiet-therm: 0,skin-vqm-therm: 33000,cpu-tj-max-temp: 41000," ZERO_AFTER_CPU
@@ -95,7 +150,7 @@ TEST_F(ThermalTest, MarksAreDecidedAtInit) {
               records(0x3));
 }
 
-TEST_F(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
+TEST(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
     const std::string fits = "cpuss-" + std::string(1023 - 6, 'x');
     restart({{"usb-therm", 30000},
              {"cpuss-0", 44000},
@@ -107,31 +162,29 @@ TEST_F(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
     for (const std::string& n :
          {node("thermal_zone", 0, "temp"), node("thermal_zone", 1, "temp"),
           node("thermal_zone", 2, "type"), node("cooling_device", 0, "cur_state")}) {
-        std::filesystem::remove(n);
+        fs::remove(n);
         mkdir(n.c_str(), 0755);
     }
-    std::filesystem::remove(thermal_test::kCurrent);
+    fs::remove(kCurrent);
     // A failed temp or state reads as 0 and the node still counts; a failed type drops the zone.
     EXPECT_EQ((Records{kZeroCooling,
                        "usb-therm: 0,cpu-tj-max-temp: 61000," ZERO_AFTER_CPU "skin-temp: 0,"}),
               records(0x3));
-    thermal_test::write_side_nodes();
+    write_side_nodes();
 
     // After exit the tables stay but nothing is marked; without the class directory nothing is.
     collect_thermal_stats_exit();
     EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
-    std::filesystem::remove_all(thermal_test::kClassDir);
+    fs::remove_all("/sys/devices/virtual/thermal");
     ASSERT_EQ(0, collect_thermal_stats_init());
     EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
 }
 
-TEST_F(ThermalTest, ClockRecordKeepsWhatCanBeRead) {
-    std::filesystem::remove(thermal_test::cpu_freq(0));
-    std::filesystem::remove(thermal_test::kDdrClock);
-    tarn_test::write_file(thermal_test::cpu_freq(6), "1555200\n");
+TEST(ThermalTest, ClockRecordKeepsWhatCanBeRead) {
+    fs::remove(cpu_freq(0));
+    fs::remove(kDdrClock);
+    write_file(cpu_freq(6), "1555200\n");
     EXPECT_EQ(Records{"CPU6_freq:1555200,CPU7_freq:2995200,GPU(MHz):587,"}, records(0x4));
-    std::filesystem::remove(thermal_test::cpu_freq(6));
-    thermal_test::write_side_nodes();
 }
 
 }  // namespace

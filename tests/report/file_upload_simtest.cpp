@@ -101,10 +101,18 @@ TEST_F(FileUploadTest, SearchesOneSubdirectoryLevel) {
 }
 
 TEST_F(FileUploadTest, ContentAndCuts) {
+    // An empty file gives the path and its comma; the local copy ends at a NUL of the content,
+    // the upload does not.
     write_file(kDir + "/tombstone_e", "");
-    std::tie(ret, line) = upload();
-    EXPECT_EQ(line, g_prefix + kDir + "/tombstone_e,");
-    EXPECT_EQ(ret, static_cast<int32_t>(line.size()));
+    write_file(kDir + "/tombstone_n", std::string("ab\0cd", 5));
+    Names lines;
+    for (int i = 0; i < 2; i++) {
+        std::tie(ret, line) = upload();
+        EXPECT_EQ(ret, static_cast<int32_t>(line.size() + (line.back() == 'b' ? 3 : 0)));
+        lines.insert(line);
+    }
+    EXPECT_EQ(lines,
+              (Names{g_prefix + kDir + "/tombstone_e,", g_prefix + kDir + "/tombstone_n,ab"}));
 
     std::string big(200000, '\0');
     for (size_t i = 0; i < big.size(); i++) big[i] = static_cast<char>('a' + i % 26);
@@ -127,7 +135,8 @@ TEST_F(FileUploadTest, ContentAndCuts) {
 }
 
 TEST_F(FileUploadTest, NeverReadsThroughLinksFifosOrCutPaths) {
-    // "/data/tombstones/" and a 236-byte name make 253 bytes, which fit with the comma and the NUL.
+    // "/data/tombstones/" and a 236-byte name make 253 bytes, which fit with the comma and the NUL;
+    // the new name keeps what fits of the suffix, and is too long to be found again.
     const std::string fits = "tombstone_" + std::string(226, 'f');
     const std::string too_long = fits + "g";
     write_file(kDir + "/" + fits, "fits");
@@ -140,7 +149,7 @@ TEST_F(FileUploadTest, NeverReadsThroughLinksFifosOrCutPaths) {
     EXPECT_EQ(upload().first, -1);
     EXPECT_EQ(getFileName(kDir.c_str(), "tombstone_", 10, path), 0);
     EXPECT_EQ(path[0], '\0');
-    EXPECT_EQ(listing(), (Names{fits + "_readed", too_long, "tombstone_link", "tombstone_fifo"}));
+    EXPECT_EQ(listing(), (Names{fits + "_", too_long, "tombstone_link", "tombstone_fifo"}));
 
     // Swapped in after the scan: refused, and the FIFO without a writer does not block.
     EXPECT_EQ(open_regular_file((kDir + "/tombstone_link").c_str()), nullptr);
