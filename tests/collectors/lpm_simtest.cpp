@@ -31,20 +31,19 @@ void write_sleep(const std::string& n, unsigned long long count, unsigned long l
                                "\nLast Entered At = 7000\nLast Exited At = 7100\n" +
                                "Accumulated Duration = " + std::to_string(dur) + "\n");
 }
-// `values`: sleep time, total on time, sleep-enter counter and timestamp, blank-separated.
-void write_wlan(const std::string& dir, const std::string& values) {
-    std::stringstream in(values);
-    std::string text = "WLAN power statistics\nsince load\n", v;
-    for (const char* key :
-         {"Sleep time", "Total on time", "Sleep enter counter", "Sleep enter timestamp"})
-        if (in >> v) text += std::string(key) + ": " + v + "\n";
+// Sleep time, total on time, sleep-enter counter and timestamp after two header lines.
+void write_wlan(const std::string& dir, std::vector<int> values) {
+    const char* keys[] = {"Sleep time", "Total on", "Sleep enter counter", "Sleep enter tstamp"};
+    std::string text = "WLAN power statistics\nsince load\n";
+    for (size_t k = 0; k < values.size(); k++)
+        text += keys[k] + (": " + std::to_string(values[k])) + "\n";
     write_file(wlan(dir), text);
 }
 
-// One handler call; the record split into label -> words of its part.
+// One handler call: its result, its record ("" when none) and each part's words by label.
 struct Sample {
-    int32_t ret = 0;
-    std::string record;  // empty when nothing was reported
+    int32_t ret;
+    std::string record;
     V labels;
     std::map<std::string, V> parts;
     V last(const std::string& label, size_t n) const {
@@ -55,11 +54,8 @@ struct Sample {
 
 Sample sample() {
     power_test::Call c = power_test::call(collect_lpm_stats_hndl);
-    Sample s;
-    s.ret = c.ret;
-    if (c.records.empty()) return s;
-    s.record = c.records.at(0);
-    std::stringstream ss(s.record.substr(4));
+    Sample s{c.ret, c.records.empty() ? "" : c.records[0], {}, {}};
+    std::stringstream ss(s.record.empty() ? "" : s.record.substr(4));
     for (std::string label, part; std::getline(ss, label, ',') && std::getline(ss, part, ',');) {
         std::stringstream ws(part);
         s.labels.push_back(label);
@@ -76,7 +72,7 @@ class LpmTest : public ::testing::Test {
         for (int d = 0; d < 8; d++) write_idle(d, "S0   512   64   0\n");
         for (const char* s : kSubsys) write_sleep(s, 12, 1000);
         for (const char* w : kWlan) unlink(wlan(w).c_str());
-        write_wlan("wlnd", "100 200 30 4000");
+        write_wlan("wlnd", {100, 200, 30, 4000});
         for (int r = 0; r < 18; r++) {
             fnode& row = g_fnode_table[FNODE_LPM_BASE + r];
             if (row.fp != nullptr) fclose(row.fp);
@@ -155,15 +151,15 @@ TEST_F(LpmTest, WlanFileChoiceAndDeltas) {
     EXPECT_EQ(sample().labels.back(), "slpi_island");
     EXPECT_EQ(row.path, nullptr);
 
-    write_wlan("wifi", "1 1 1 1");
-    write_wlan("wlnf", "5000 6000 70 8000");
+    write_wlan("wifi", {1, 1, 1, 1});
+    write_wlan("wlnf", {5000, 6000, 70, 8000});
     V w = sample().parts.at("WCNSS");
     EXPECT_EQ(V(w.begin(), w.begin() + 4), (V{"5000", "6000", "70", "8000"}));
     EXPECT_STREQ(row.path, "/sys/kernel/wlnf/power_stats");
     EXPECT_EQ(row.fp, nullptr);
-    write_wlan("wlnf", "5100 6300 72 9000");
+    write_wlan("wlnf", {5100, 6300, 72, 9000});
     EXPECT_EQ(sample().last("WCNSS", 4), (V{"100", "300", "2", "1000"}));
-    write_wlan("wlnf", "");  // header only: the record ends after the subsystems
+    write_wlan("wlnf", {});  // header only: the record ends after the subsystems
     EXPECT_EQ(sample().labels.back(), "slpi_island");
 }
 

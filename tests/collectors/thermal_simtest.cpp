@@ -130,45 +130,38 @@ TEST(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
         {0x8000000000000000ULL, {}},
     };
     for (const auto& c : cases) EXPECT_EQ(c.second, records(c.first)) << std::hex << c.first;
-}
 
-TEST(ThermalTest, MarksAreDecidedAtInit) {
-    restart({{"mdmss-0", 40000}, {"cpuss-0", 41000}, {"quiet-therm", 0}, {"skin-vqm-therm", 33000}},
-            {{"display-fps", 3}});
-    // After init the unmatched zone and device take group types, and a zone and a device
-    // appear. None of them is read.
-    write_file(node("thermal_zone", 0, "type"), "usb-therm\n");
-    write_file(node("thermal_zone", 4, "type"), "xo-therm\n");
-    write_file(node("thermal_zone", 4, "temp"), "30000\n");
-    write_file(node("cooling_device", 0, "type"), "gpu\n");
-    write_file(node("cooling_device", 1, "type"), "cpufreq-cpu4\n");
-    write_file(node("cooling_device", 1, "cur_state"), "6\n");
-    // A quiet zone reading 0 leaves the skin temperature to the skin zone.
-    EXPECT_EQ((Records{kZeroCooling,
-                       "quiet-therm: 0,skin-vqm-therm: 33000,cpu-tj-max-temp: 41000," ZERO_AFTER_CPU
-                       "skin-temp: 33000,current:-1234,"}),
-              records(0x3));
+    // Marks are decided at init: an unmatched zone and device that take group types later, and
+    // a zone and a device that appear later, are never read.
+    write_file(node("thermal_zone", 3, "type"), "usb-therm\n");
+    write_file(node("thermal_zone", 12, "type"), "xo-therm\n");
+    write_file(node("thermal_zone", 12, "temp"), "30000\n");
+    write_file(node("cooling_device", 7, "type"), "gpu\n");
+    write_file(node("cooling_device", 12, "type"), "cpufreq-cpu4\n");
+    write_file(node("cooling_device", 12, "cur_state"), "6\n");
+    EXPECT_EQ((Records{kCooling, kZone}), records(0x3));
 }
 
 TEST(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
     const std::string fits = "cpuss-" + std::string(1023 - 6, 'x');
-    restart({{"usb-therm", 30000},
-             {"cpuss-0", 44000},
+    restart({{"quiet-therm", 31000},
              {"xo-therm", 35000},
              {fits, 61000},
-             {fits + "y", 62000}},
+             {fits + "y", 62000},
+             {"skin-vqm-therm", 33000}},
             {{"gpu", 4}, {"cpufreq-cpu0" + std::string(1100, 'z'), 5}});
     // Directories open but cannot be read, even by root.
-    for (const std::string& n :
-         {node("thermal_zone", 0, "temp"), node("thermal_zone", 1, "temp"),
-          node("thermal_zone", 2, "type"), node("cooling_device", 0, "cur_state")}) {
+    for (const std::string& n : {node("thermal_zone", 0, "temp"), node("thermal_zone", 1, "type"),
+                                 node("cooling_device", 0, "cur_state")}) {
         fs::remove(n);
         mkdir(n.c_str(), 0755);
     }
     fs::remove(kCurrent);
-    // A failed temp or state reads as 0 and the node still counts; a failed type drops the zone.
+    // A failed temp or state reads as 0 and the node still counts, so the skin temperature comes
+    // from the skin zone; a failed type drops the zone.
     EXPECT_EQ((Records{kZeroCooling,
-                       "usb-therm: 0,cpu-tj-max-temp: 61000," ZERO_AFTER_CPU "skin-temp: 0,"}),
+                       "quiet-therm: 0,skin-vqm-therm: 33000,cpu-tj-max-temp: 61000," ZERO_AFTER_CPU
+                       "skin-temp: 33000,"}),
               records(0x3));
     write_side_nodes();
 

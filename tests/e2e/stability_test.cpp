@@ -3,27 +3,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <map>
 #include <set>
-#include <string>
 
 #include "common/sim_run.h"
-#include "common/test_util.h"
 #include "e2e/daemon_e2e.h"
 
 namespace {
 
 using Paths = std::multiset<std::string>;
-
-// The file paths of one KPI id's lines: the field after the header's five and the app name.
-Paths paths_of(const std::vector<std::string>& records, int kpi) {
-    Paths paths;
-    for (const std::string& line : tarn_e2e::of_kpi(records, kpi)) {
-        size_t start = 0;
-        for (int i = 0; i < 6; i++) start = line.find(',', start) + 1;
-        paths.insert(line.substr(start, line.find(',', start) - start));
-    }
-    return paths;
-}
 
 TEST(StabilityE2E, PhoneBacklogIsShippedOnceAndMarked) {
     tarn_test::SimRun sim(tarn_test::SimOptions(),
@@ -32,18 +20,26 @@ TEST(StabilityE2E, PhoneBacklogIsShippedOnceAndMarked) {
     ASSERT_TRUE(sim.wait_for_records([&sim](const std::vector<std::string>&) {
         return tarn_e2e::count(sim.log(), "no qualified tombstone_ log founded, so skip.") >= 2;
     }));
-    std::vector<std::string> records = sim.records();
-    // One file of each kind per tick, status before tombstone before ANR.
+    // Per KPI id, the file paths: the field after the header's five and the application name.
     std::vector<std::string> kpis;
-    for (const std::string& r : records) kpis.push_back(r.substr(0, r.find('\t')));
+    std::map<std::string, Paths> paths;
+    for (const std::string& r : sim.records()) {
+        size_t start = 0;
+        for (int i = 0; i < 6; i++) start = r.find(',', start) + 1;
+        kpis.push_back(r.substr(0, r.find('\t')));
+        paths[kpis.back()].insert(r.substr(start, r.find(',', start) - start));
+    }
+    // One file of each kind per tick, status before tombstone before ANR.
     EXPECT_EQ(kpis, (std::vector<std::string>{"2000", "2001", "2002", "2000", "2001"}));
-    EXPECT_EQ(paths_of(records, 2000), (Paths{"/sdcard/Perfdump/status_20240311_101502.txt",
-                                              "/sdcard/Perfdump/boot1/status_boot_000.txt"}));
-    EXPECT_EQ(paths_of(records, 2001),
-              (Paths{"/data/tombstones/tombstone_01", "/data/tombstones/tombstone_02"}));
-    EXPECT_EQ(paths_of(records, 2002), Paths{"/data/anr/anr_2024-03-11-10-20-33-118"});
+    EXPECT_EQ(paths,
+              (std::map<std::string, Paths>{
+                  {"2000",
+                   {"/sdcard/Perfdump/status_20240311_101502.txt",
+                    "/sdcard/Perfdump/boot1/status_boot_000.txt"}},
+                  {"2001", {"/data/tombstones/tombstone_01", "/data/tombstones/tombstone_02"}},
+                  {"2002", {"/data/anr/anr_2024-03-11-10-20-33-118"}}}));
     for (const char* name : {"tombstone_01_readed", "tombstone_02_readed", "tombstone_01.pb"})
-        EXPECT_TRUE(access((sim.root() + "/data/tombstones/" + name).c_str(), F_OK) == 0) << name;
+        EXPECT_EQ(access((sim.root() + "/data/tombstones/" + name).c_str(), F_OK), 0) << name;
 }
 
 }  // namespace
