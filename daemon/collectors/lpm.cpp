@@ -125,35 +125,16 @@ static uint64_t counter_delta(uint64_t now, uint64_t prev) {
     return now < prev ? now : now - prev;
 }
 
-// Splits `copy` at blanks into tokens 0 to 3 (missing ones are empty). False when the copy holds
-// no blank; nothing is split then.
-static bool split_blank4(char* copy, const char* tok[4]) {
+// The blank splitter of the three steps: splits `copy` at blanks into tokens 0 to 3 (missing
+// ones are empty) and logs them with the splitting step's own message `fmt`, under the step's
+// name. False when the copy holds no blank; nothing is split or logged then.
+static bool split_blank4(const char* step, const char* fmt, char* copy, const char* tok[4]) {
     for (int k = 0; k < 4; k++) tok[k] = "";
     if (strchr(copy, ' ') == nullptr) return false;
     char* tokens[TOKEN_MAX];
     int n = split_tokens(copy, " ", tokens, TOKEN_MAX);
     for (int k = 0; k < 4 && k < n; k++) tok[k] = tokens[k];
-    return true;
-}
-
-static bool extract_cpu_lpm_info(char* copy, const char* tok[4]) {
-    if (!split_blank4(copy, tok)) return false;
-    TLOGD(TAG_POWER, "%s() %d: extract_cpu_lpm_info split 1:%s, 2:%s, 3:%s, 4:%s", tok[0], tok[1],
-          tok[2], tok[3]);
-    return true;
-}
-
-static bool extract_rpm_info(char* copy, const char* tok[4]) {
-    if (!split_blank4(copy, tok)) return false;
-    TLOGD(TAG_POWER, "%s() %d: extract_rpm_info split 1:%s, 2:%s, 3:%s, 4:%s", tok[0], tok[1],
-          tok[2], tok[3]);
-    return true;
-}
-
-static bool extract_wcnss_info(char* copy, const char* tok[4]) {
-    if (!split_blank4(copy, tok)) return false;
-    TLOGD(TAG_POWER, "%s() %d: extract_wcnss_info split 1:%s, 2:%s, 3:%s, 4:%s", tok[0], tok[1],
-          tok[2], tok[3]);
+    TLOGD_FN(TAG_POWER, step, fmt, tok[0], tok[1], tok[2], tok[3]);
     return true;
 }
 
@@ -200,7 +181,8 @@ static int32_t get_lpm_cpu_stats(char* rec, int32_t* use) {
         memset(copy, 0, sizeof(copy));
         copy_bounded(copy, line, sizeof(copy));
         const char* tok[4];
-        if (extract_cpu_lpm_info(copy, tok)) {
+        if (split_blank4("extract_cpu_lpm_info",
+                         "%s() %d: extract_cpu_lpm_info split 1:%s, 2:%s, 3:%s, 4:%s", copy, tok)) {
             copy_bounded(state, tok[0], sizeof(state));
             copy_bounded(count, tok[2], sizeof(count));
         }
@@ -277,7 +259,8 @@ static int32_t get_lpm_rpm_stats(char* rec, int32_t* use) {
         memset(copy, 0, sizeof(copy));
         copy_bounded(copy, rpm_states, sizeof(copy));
         const char* tok[4];
-        if (extract_rpm_info(copy, tok)) {
+        if (split_blank4("extract_rpm_info",
+                         "%s() %d: extract_rpm_info split 1:%s, 2:%s, 3:%s, 4:%s", copy, tok)) {
             copy_bounded(count, tok[0], sizeof(count));
             copy_bounded(duration, tok[3], sizeof(duration));
         }
@@ -379,7 +362,8 @@ static int32_t get_lpm_wcnss_stats(char* rec, int32_t use) {
     memset(copy, 0, sizeof(copy));
     copy_bounded(copy, wcnss_report, sizeof(copy));
     const char* tok[4];
-    if (extract_wcnss_info(copy, tok)) {
+    if (split_blank4("extract_wcnss_info",
+                     "%s() %d: extract_wcnss_info split 1:%s, 2:%s, 3:%s, 4:%s", copy, tok)) {
         for (int f = 0; f < 4; f++) copy_bounded(fields[f], tok[f], LPM_FIELD_LEN);
     }
     TLOGD(TAG_POWER, "%s() %d:  pre_wcnss_sleep_time:%lld ",
