@@ -29,7 +29,9 @@ demo: build
 
 # The daemon's log lines go to $(BUILD)/bench/tarn_bench.log; BENCH_ARGS are passed to the benchmark
 # (e.g. BENCH_ARGS=--benchmark_repetitions=5).
-bench: build
+bench: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(BUILD) -j$(JOBS) --target tarn_sim tarn_bench
 	@$(BUILD)/tarn_sim run --image sim/devices/phone8 --no-perf-hal --no-telemetry \
 		-- $(BUILD)/bench/tarn_bench $(BENCH_ARGS) 2>$(BUILD)/bench/tarn_bench.log \
 		|| { tail -n 5 $(BUILD)/bench/tarn_bench.log; exit 1; }
