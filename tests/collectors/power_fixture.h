@@ -1,5 +1,5 @@
-// Shared pieces of the power collector tests: capture of the records that one handler call
-// uploads, through the local record file.
+// Shared pieces of the power collector tests: a device on which the core starts, and capture of
+// the records that one handler call uploads, through the local record file.
 #pragma once
 
 #include <stdint.h>
@@ -16,15 +16,8 @@
 
 namespace power_test {
 
-// The least device on which the core starts the CPU collector, whose init opens the node table:
-// a battery, one cpufreq policy and the possible CPUs.
-inline void write_minimal_device() {
-    tarn_test::write_file("/sys/class/power_supply/battery/uevent", "POWER_SUPPLY_CAPACITY=50\n");
-    tarn_test::write_file("/sys/devices/system/cpu/possible", "0-7\n");
-    const std::string policy = "/sys/devices/system/cpu/cpufreq/policy0/";
-    tarn_test::write_file(policy + "scaling_available_frequencies", "300000 600000 \n");
-    tarn_test::write_file(policy + "stats/time_in_state", "300000 10\n600000 20\n");
-}
+using tarn_test::write_file;
+using V = std::vector<std::string>;
 
 // Closes and reopens the node table, as after a restart of the CPU collector.
 inline int32_t reopen_nodes() {
@@ -32,9 +25,14 @@ inline int32_t reopen_nodes() {
     return collect_cpu_stats_init();
 }
 
-// Builds the sampling core (which runs the battery and CPU inits on the nodes written so far)
-// and routes uploads into a temporary local record file.
+// Writes the least device on which the core starts the CPU collector, whose init opens the node
+// table (a battery, the possible CPUs, one cpufreq policy), then builds the core, which runs the
+// battery and CPU inits on the nodes written so far, and routes uploads into a temporary local
+// record file.
 inline void start_core() {
+    write_file("/sys/class/power_supply/battery/uevent", "POWER_SUPPLY_CAPACITY=50\n");
+    write_file("/sys/devices/system/cpu/possible", "0-7\n");
+    write_file("/sys/devices/system/cpu/cpufreq/policy0/stats/time_in_state", "");
     g_debug_level = 7;  // formats every message's arguments
     PowerBigDataCore::getInstance();
     if (g_local_file == nullptr) g_local_file = tmpfile();
@@ -57,6 +55,13 @@ Call call(Hndl hndl) {
         c.records.push_back(at == std::string::npos ? line : line.substr(at + prefix.size()));
     }
     return c;
+}
+
+// The one record of a call of `hndl`, or the call's result when it reported none.
+template <typename Hndl>
+std::string sample(Hndl hndl) {
+    Call c = call(hndl);
+    return c.records.size() == 1 ? c.records[0] : std::to_string(c.ret);
 }
 
 }  // namespace power_test
