@@ -14,6 +14,7 @@
 #define ROW(type, path) \
     { type, nullptr, path }
 #define NO_PATH_GROUP NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3)
+#define NO_PATH_GROUPS_4 NO_PATH_GROUP, NO_PATH_GROUP, NO_PATH_GROUP, NO_PATH_GROUP
 
 struct fnode g_fnode_table[FNODE_COUNT] = {
     CPU_ROW("scaling_cur_freq"),
@@ -21,22 +22,13 @@ struct fnode g_fnode_table[FNODE_COUNT] = {
     CPU_ROW("stats/time_in_state"),
     CPU_ROW("stats/trans_table"),
     // The other seven groups carry no path; the CPU collector sets their streams.
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
+    NO_PATH_GROUPS_4,
     NO_PATH_GROUP,
     NO_PATH_GROUP,
     NO_PATH_GROUP,
     // The last 32 rows of room for CPU rows are not used.
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
-    NO_PATH_GROUP,
+    NO_PATH_GROUPS_4,
+    NO_PATH_GROUPS_4,
     ROW(3, "/proc/stat"),
     NO_PATH(0),
     ROW(4, "/sys/class/gfxd/gfxd-3d0/devfreq/cur_freq"),
