@@ -45,11 +45,6 @@ TEST_F(StabilityTest, FlagSelectsKindsInOrder) {
     // No tombstone is left: the result is that call's -1 though a status dump was sent.
     EXPECT_EQ(collect_stability_stats_hndl(0x3), -1);
     EXPECT_EQ(sent(), Lines{"/sdcard/Perfdump/status_2"});
-
-    collect_stability_info_exit();
-    EXPECT_EQ(collect_stability_stats_hndl(0x4), -1);
-    EXPECT_EQ(sent(), Lines{});
-    collect_stability_info_init();
     EXPECT_GT(collect_stability_stats_hndl(0x4), 0);
     EXPECT_EQ(sent(), Lines{"/data/anr/anr_2"});
 }
