@@ -216,8 +216,8 @@ void animate_proc_stat(const std::string& root) {
             continue;
         }
         unsigned cpu = 0;
-        if (sscanf(l.c_str(), "cpu%u", &cpu) != 1) continue;
         size_t sp = l.find(' ');
+        if (sscanf(l.c_str(), "cpu%u", &cpu) != 1 || sp == std::string::npos) continue;
         std::vector<u64> v = numbers(l.substr(sp));
         v.resize(10, 0);
         // Little cores idle more than the big ones.
