@@ -5,12 +5,10 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
 
 #include "core/power_bigdata_core.h"
 #include "report/campaign.h"
-#include "tarn_stats.pb.h"
 
 namespace {
 
@@ -24,14 +22,13 @@ void after_teardown() {
 
 void exit_under_campaigns() {
     atexit(after_teardown);
-    BigDataCampaignConfig cfg;
-    cfg.mutable_powercfg()->set_battery_period(1);
-    static const std::string bytes = cfg.SerializeAsString();
     PowerBigDataCore::getInstance();
     std::thread([] {
-        const uint8_t* data = reinterpret_cast<const uint8_t*>(bytes.data());
+        static const uint8_t kBatteryEverySecond[] = {0x12, 0x02, 0x10, 0x01};
         for (;;) {
-            if (start_campaign_handler(&g_zel_collector, data, bytes.size()) == -1) gRefused = true;
+            if (start_campaign_handler(&g_zel_collector, kBatteryEverySecond, 4) == -1) {
+                gRefused = true;
+            }
             stop_campaign_handler(&g_zel_collector);
         }
     }).detach();
