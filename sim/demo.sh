@@ -17,6 +17,7 @@ declare -A KIND=(
 
 show_records() {
     local kpi line shown=0
+    local -A COUNT=()
     while IFS=$'\t' read -r kpi line; do
         # The line: version, manufacturer, model, serial, build id, application, then the record.
         IFS=, read -r version maker model serial build app _ <<<"$line"
@@ -30,7 +31,16 @@ show_records() {
         record=${record//\\n/ | }
         [ "${#record}" -gt 150 ] && record="${record:0:147}..."
         printf '[%3ds] %-13s %-24s %s\n' "$SECONDS" "${KIND[$kpi]:-kpi $kpi}" "$app" "$record"
+        COUNT[$kpi]=$((${COUNT[$kpi]:-0} + 1))
     done
+    # How many records of each kind arrived; the crash counter shares its id with the end of the
+    # collector table, so the scheduler never reaches it.
+    echo
+    echo "records by kind:"
+    for kpi in 2 3 4 5 6 7 8 9 1000 1001 1002 2000 2001 2002; do
+        printf '  %-13s %4d\n' "${KIND[$kpi]}" "${COUNT[$kpi]:-0}"
+    done
+    printf '  %-13s    -  never scheduled: its row ends the collector table\n' "${KIND[3000]}"
 }
 
 # Activity hints from the simulated perf HAL change the application that the records carry.
