@@ -1,6 +1,8 @@
 #include "control.h"
 
+#include <ctype.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/text_format.h>
 #include <stdio.h>
@@ -8,8 +10,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
 #include <vector>
 
 #include "sandbox.h"
@@ -78,16 +78,30 @@ bool campaign_from_text(const std::string& text, std::string* bytes, std::string
     return config.SerializeToString(bytes);
 }
 
+// The campaign bytes of FILE. Reads at most one byte more than a campaign may hold, so that a
+// device or a pipe that never ends is refused instead of read forever.
 bool read_whole_file(const std::string& path, std::string* bytes, std::string* err) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
+    const size_t limit = tarn_wire::kMaxPayload - 64;
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
         *err = "cannot read " + path + ": " + strerror(errno);
         return false;
     }
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    *bytes = ss.str();
-    if (bytes->size() > tarn_wire::kMaxPayload - 64) {
+    bytes->clear();
+    char buf[65536];
+    ssize_t n = 0;
+    while (bytes->size() <= limit && (n = read(fd, buf, sizeof(buf))) != 0) {
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) break;
+        bytes->append(buf, static_cast<size_t>(n));
+    }
+    int read_errno = errno;
+    close(fd);
+    if (n < 0) {
+        *err = "cannot read " + path + ": " + strerror(read_errno);
+        return false;
+    }
+    if (bytes->size() > limit) {
         *err = path + " is too large for a campaign";
         return false;
     }

@@ -193,6 +193,17 @@ int run_main(int argc, char** argv) {
     std::string err;
     if (!parse_run(argc, argv, &opts, &err)) return usage(err);
 
+    // Signals are taken synchronously by the loop below, and held from here on so that an
+    // interrupt while the image is being copied still removes a temporary root. The command gets
+    // the old mask back.
+    sigset_t mask, old_mask;
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGINT);
+    sigaddset(&mask, SIGTERM);
+    sigaddset(&mask, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &mask, &old_mask);
+    signal(SIGPIPE, SIG_IGN);
+
     bool temporary = false;
     if (!prepare_root(&opts, &temporary, &err)) {
         fprintf(stderr, "tarn_sim: %s\n", err.c_str());
@@ -230,14 +241,6 @@ int run_main(int argc, char** argv) {
         cleanup_and_exit(2);
     }
 
-    // Signals are taken synchronously by the loop below; the command gets the defaults back.
-    sigset_t mask, old_mask;
-    sigemptyset(&mask);
-    sigaddset(&mask, SIGINT);
-    sigaddset(&mask, SIGTERM);
-    sigaddset(&mask, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &mask, &old_mask);
-    signal(SIGPIPE, SIG_IGN);
     int sig_fd = signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK);
 
     SandboxConfig sandbox;
@@ -270,6 +273,13 @@ int run_main(int argc, char** argv) {
         setpgid(0, 0);
         exec_in_sandbox(sandbox);
     }
+    setpgid(child, child);  // also here, so that a kill of the group cannot come too early
+
+    // Killing takes the whole process group: a command that started helpers of its own must
+    // not leave them running (and holding our caller's pipes) after we exit.
+    auto kill_command = [child] {
+        if (kill(-child, SIGKILL) < 0) kill(child, SIGKILL);
+    };
 
     if (opts.telemetry) telemetry.serve();
     if (opts.perf_hal) perf.serve();
@@ -288,7 +298,7 @@ int run_main(int argc, char** argv) {
     auto begin_stop = [&](const char* why) {
         if (stopping) {
             if (!killed) {  // asked twice: no more waiting
-                kill(child, SIGKILL);
+                kill_command();
                 killed = true;
             }
             return;
@@ -329,7 +339,7 @@ int run_main(int argc, char** argv) {
         if (stopping && !killed && now >= kill_at) {
             fprintf(stderr, "tarn_sim: the command did not end within %lld s, killing it\n",
                     static_cast<long long>(kStopGrace.count()));
-            kill(child, SIGKILL);
+            kill_command();
             killed = true;
         }
         if (opts.animate && !stopping && now >= next_tick) {

@@ -128,8 +128,10 @@ void PerfHal::serve_connection(int fd) {
                     st = -74;  // unknown transaction
                 }
             }
-            fprintf(stderr, "tarn_sim: perf HAL: %s callback, client id %d: %d\n",
-                    method == tarn_wire::kPerfCallbackRegister ? "register" : "deregister", client,
+            const char* what = method == tarn_wire::kPerfCallbackRegister     ? "register"
+                               : method == tarn_wire::kPerfCallbackDeregister ? "deregister"
+                                                                              : "unknown";
+            fprintf(stderr, "tarn_sim: perf HAL: %s callback, client id %d: %d\n", what, client,
                     ret);
             if (!conn->send(tarn_wire::kBinderReply,
                             tarn_wire::Writer().u32(call).i32(st).i32(ret).data())) {

@@ -64,6 +64,9 @@ void sdk_thread_main(zel_client* c) {
         send_frame(c, tarn_wire::kZelCampaignResult,
                    tarn_wire::Writer().u32(request).i32(result).data());
     }
+    // The service went away, or sent something we cannot read: either way the connection is
+    // over, and the service must not wait for answers to campaigns we will never run.
+    shutdown(c->fd, SHUT_RDWR);
     bool self_delete;
     {
         std::lock_guard<std::mutex> lock(c->state_mu);
