@@ -2,8 +2,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <ftw.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -16,15 +14,6 @@
 
 namespace tarn_test {
 namespace {
-
-int remove_entry(const char* path, const struct stat*, int type, struct FTW*) {
-    if (type == FTW_DP) {
-        rmdir(path);
-    } else {
-        unlink(path);
-    }
-    return 0;
-}
 
 int decode_status(int status) {
     if (WIFEXITED(status)) return WEXITSTATUS(status);
@@ -52,55 +41,30 @@ std::string phone8_image() {
 }
 
 int run_command(const std::vector<std::string>& argv, std::string* out, std::string* err) {
-    int out_pipe[2], err_pipe[2];
-    if (pipe2(out_pipe, O_CLOEXEC) < 0) return -1;
-    if (pipe2(err_pipe, O_CLOEXEC) < 0) {
-        close(out_pipe[0]);
-        close(out_pipe[1]);
-        return -1;
-    }
+    // Output goes to files rather than pipes: a helper the command leaves behind cannot hold them.
+    char path[2][32] = {"/tmp/tarn_cmd_out.XXXXXX", "/tmp/tarn_cmd_err.XXXXXX"};
+    int fd[2] = {mkostemp(path[0], O_CLOEXEC), mkostemp(path[1], O_CLOEXEC)};
     std::vector<char*> args = to_argv(argv);
-    pid_t pid = fork();
+    pid_t pid = fd[0] >= 0 && fd[1] >= 0 ? fork() : -1;
     if (pid == 0) {
-        dup2(out_pipe[1], STDOUT_FILENO);
-        dup2(err_pipe[1], STDERR_FILENO);
+        dup2(fd[0], STDOUT_FILENO);
+        dup2(fd[1], STDERR_FILENO);
         execv(args[0], args.data());
         _exit(127);
     }
-    close(out_pipe[1]);
-    close(err_pipe[1]);
-    std::string collected[2];
-    pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
-    int open_fds = 2;
-    while (open_fds > 0) {
-        if (poll(fds, 2, -1) < 0) {
-            if (errno == EINTR) continue;
-            break;
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-            char buf[4096];
-            ssize_t n = read(fds[i].fd, buf, sizeof(buf));
-            if (n > 0) {
-                collected[i].append(buf, static_cast<size_t>(n));
-            } else if (n == 0 || errno != EINTR) {
-                close(fds[i].fd);
-                fds[i].fd = -1;
-                --open_fds;
-            }
-        }
-    }
-    for (auto& fd : fds) {
-        if (fd.fd >= 0) close(fd.fd);
-    }
-    if (out != nullptr) *out = collected[0];
-    if (err != nullptr) *err = collected[1];
-    if (pid < 0) return -1;
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) return -1;
+    pid_t done = -1;
+    while (pid > 0 && (done = waitpid(pid, &status, 0)) < 0 && errno == EINTR) {
     }
-    return decode_status(status);
+    std::string* dst[2] = {out, err};
+    for (int i = 0; i < 2; ++i) {
+        if (dst[i] != nullptr) *dst[i] = read_file(path[i]);
+        if (fd[i] >= 0) {
+            close(fd[i]);
+            unlink(path[i]);
+        }
+    }
+    return done == pid ? decode_status(status) : -1;
 }
 
 SimRun::SimRun(const SimOptions& opts, const std::vector<std::string>& command) {
@@ -153,17 +117,11 @@ SimRun::~SimRun() {
             wait_exit(std::chrono::seconds(30));
         }
     }
-    if (!mTmp.empty()) nftw(mTmp.c_str(), remove_entry, 32, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
+    if (!mTmp.empty()) run_command({"/bin/rm", "-rf", mTmp});
 }
 
 std::vector<std::string> SimRun::records() const {
-    std::string all = read_file(mRecords);
-    std::vector<std::string> lines;
-    size_t start = 0, nl;
-    for (; (nl = all.find('\n', start)) != std::string::npos; start = nl + 1) {
-        lines.push_back(all.substr(start, nl - start));
-    }
-    return lines;
+    return split_lines(read_file(mRecords));
 }
 
 std::string SimRun::log() const {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace tarn_test {
 
@@ -12,6 +13,8 @@ void write_file(const std::string& path, const std::string& content);
 // Whole content of `path`, or "" when it cannot be read.
 std::string read_file(const std::string& path);
 void make_dirs(const std::string& path);
+// The complete lines of `text`, without their newlines (an unterminated last line is dropped).
+std::vector<std::string> split_lines(const std::string& text);
 // Polls `cond` every 20 ms until it holds or `timeout` passes; returns its last value.
 bool wait_until(const std::function<bool()>& cond,
                 std::chrono::milliseconds timeout = std::chrono::seconds(30));

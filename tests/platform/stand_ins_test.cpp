@@ -1,16 +1,12 @@
-// The logging and property stand-ins, and the binder/SDK calls outside a simulator.
-#include <android/binder_manager.h>
-#include <android/binder_process.h>
+// The logging and property stand-ins.
 #include <android/log.h>
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/system_properties.h>
 #include <unistd.h>
-#include <vmk_sdk/zel.h>
 
 #include <regex>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -34,12 +30,8 @@ std::string capture_stderr(Fn fn) {
     return text;
 }
 
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
+// The device's log reader knows the priorities by number.
+static_assert(ANDROID_LOG_DEBUG == 3 && ANDROID_LOG_WARN == 5 && ANDROID_LOG_ERROR == 6, "");
 
 const std::regex kLine(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +(\d+) +(\d+) ([VDIWEF?]) (\S+) *: (.*))");
 
@@ -50,7 +42,7 @@ TEST(LogTest, ThreadtimeLinesOnStderr) {
         __android_log_print(ANDROID_LOG_ERROR, "TARN_STATS", "two\nlines");
         __android_log_print(ANDROID_LOG_INFO, "T", "%s", "");
     });
-    std::vector<std::string> lines = lines_of(text);
+    std::vector<std::string> lines = tarn_test::split_lines(text);
     ASSERT_EQ(5u, lines.size()) << text;
     const char* expected[][3] = {{"W", "TARN_STATS_MAIN", "main() 42: hello"},
                                  {"D", "TARN_STATS", "ends in a newline"},
@@ -81,7 +73,7 @@ TEST(LogTest, ConcurrentMessagesStayWholeLines) {
         }
         for (auto& th : threads) th.join();
     });
-    std::vector<std::string> lines = lines_of(text);
+    std::vector<std::string> lines = tarn_test::split_lines(text);
     ASSERT_EQ(static_cast<size_t>(kThreads * kEach), lines.size());
     for (const std::string& line : lines) {
         std::smatch m;
@@ -93,37 +85,21 @@ TEST(LogTest, ConcurrentMessagesStayWholeLines) {
     }
 }
 
-class PropertiesTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        char path[] = "/tmp/tarn_props_XXXXXX";
-        close(mkstemp(path));
-        mPath = path;
-        setenv("TARN_HOST_PROPERTIES", mPath.c_str(), 1);
-    }
-    void TearDown() override {
-        unsetenv("TARN_HOST_PROPERTIES");
-        unlink(mPath.c_str());
-    }
-    std::string get(const char* key, const char* def = "dflt") {
-        char value[PROPERTY_VALUE_MAX];
-        memset(value, 'x', sizeof(value));
-        int len = property_get(key, value, def);
-        EXPECT_EQ(strlen(value), static_cast<size_t>(len));
-        return value;
-    }
-    std::string mPath;
-};
+// property_get of `key` with a default, checking the returned length against the value.
+std::string get(const char* key, const char* def = "dflt") {
+    char value[PROPERTY_VALUE_MAX];
+    memset(value, 'x', sizeof(value));
+    int len = property_get(key, value, def);
+    EXPECT_EQ(strlen(value), static_cast<size_t>(len));
+    return value;
+}
 
-TEST_F(PropertiesTest, ReadsTheFileAtEachCall) {
-    tarn_test::write_file(mPath,
-                          "# comment=ignored\n"
-                          "ro.a=1\n"
-                          "  ro.b = spaced\r\n"
-                          "ro.empty=\n"
-                          "no equals sign\n"
-                          "ro.a=2\n"
-                          "ro.long=" +
+TEST(PropertiesTest, ReadsTheFileAtEachCall) {
+    const std::string path = "/tmp/tarn_props_" + std::to_string(getpid());
+    setenv("TARN_HOST_PROPERTIES", path.c_str(), 1);
+    tarn_test::write_file(path,
+                          "# comment=ignored\nro.a=1\n  ro.b = spaced\r\nro.empty=\n"
+                          "no equals sign\nro.a=2\nro.long=" +
                               std::string(200, 'v') + "\n");
     EXPECT_EQ("2", get("ro.a"));  // the last definition wins
     EXPECT_EQ(" spaced", get("ro.b"));
@@ -138,25 +114,12 @@ TEST_F(PropertiesTest, ReadsTheFileAtEachCall) {
     EXPECT_STREQ("", value);
     EXPECT_EQ(1, __system_property_get("ro.a", value));
 
-    tarn_test::write_file(mPath, "ro.a=3\n");
+    tarn_test::write_file(path, "ro.a=3\n");
     EXPECT_EQ("3", get("ro.a"));
-    unlink(mPath.c_str());
+    unlink(path.c_str());
     EXPECT_EQ("dflt", get("ro.a"));
     unsetenv("TARN_HOST_PROPERTIES");
     EXPECT_EQ("dflt", get("ro.a"));
-}
-
-TEST(ServicesOutsideTheSimulatorTest, CallsFailQuietly) {
-    EXPECT_EQ(nullptr, AServiceManager_checkService("vendor.orv.hardware.perf2.IPerf/default"));
-    EXPECT_EQ(nullptr, AServiceManager_checkService("../../../tmp/x"));
-    zel_collector record = {"c", 1, "/data/x", nullptr, nullptr, 1, {}};
-    EXPECT_EQ(nullptr, zel_register(&record));
-    uint8_t byte = 0;
-    EXPECT_GT(0, zel_log_blob(nullptr, 2, &byte, 1));
-    EXPECT_GT(0, zel_deregister(nullptr));
-    // No connection at all: the pool has nothing to serve and joining returns at once.
-    ABinderProcess_startThreadPool();
-    ABinderProcess_joinThreadPool();
 }
 
 }  // namespace

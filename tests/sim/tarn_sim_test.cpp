@@ -51,28 +51,10 @@ class TempDir {
     std::string path;
 };
 
-TEST(SandboxTest, PathsResolveInsideTheRoot) {
-    std::string out, err;
-    // /tmp is private: a file in the host's /tmp is not seen inside. (The checkout may itself
-    // live under /tmp, so the private /tmp is not necessarily empty.)
-    TempDir host_tmp;
-    tarn_test::write_file(host_tmp.path + "/marker", "x");
-    ASSERT_EQ(0, run_shell("cat /build.prop; echo ==; cat /proc/stat; echo ==; "
-                           "test -d /proc/self && test -c /dev/null && test -d /dev/socket && "
-                           "test -x " +
-                               sim_path() + " && test ! -e " + host_tmp.path +
-                               "/marker && echo ok",
-                           &out, &err))
-        << err;
-    EXPECT_EQ(tarn_test::read_file(kBare + "/build.prop") + "==\n" +
-                  tarn_test::read_file(kBare + "/proc/stat") + "==\nok\n",
-              out);
-    // The host's system directories are there, read-only.
-    EXPECT_EQ(0, run_shell("test ! -w /etc && test ! -w /usr", &out));
-}
-
-TEST(SandboxTest, ImageCopyKeepsLinksModesAndEmptyFiles) {
-    TempDir image;
+TEST(SandboxTest, RootIsACopyOfTheImage) {
+    TempDir image, host_tmp;
+    tarn_test::write_file(image.path + "/build.prop", "ro.x=1\n");
+    tarn_test::write_file(image.path + "/proc/stat", "cpu  1 2 3\n");
     tarn_test::write_file(image.path + "/sys/devices/system/cpu/cpufreq/policy0/scaling_cur_freq",
                           "1000\n");
     tarn_test::write_file(image.path + "/data/empty", "");
@@ -81,15 +63,24 @@ TEST(SandboxTest, ImageCopyKeepsLinksModesAndEmptyFiles) {
     tarn_test::make_dirs(image.path + "/sys/devices/system/cpu/cpu0");
     ASSERT_EQ(0, symlink("../cpufreq/policy0",
                          (image.path + "/sys/devices/system/cpu/cpu0/cpufreq").c_str()));
+    // /tmp is private: a file in the host's /tmp is not seen inside. (The checkout may itself
+    // live under /tmp, so the private /tmp is not necessarily empty.)
+    tarn_test::write_file(host_tmp.path + "/marker", "x");
     std::string out, err;
-    ASSERT_EQ(0, run_sim(image.path, {},
-                         {"/bin/sh", "-c",
-                          "readlink /sys/devices/system/cpu/cpu0/cpufreq; "
-                          "cat /sys/devices/system/cpu/cpu0/cpufreq/scaling_cur_freq; "
-                          "stat -c '%s %a' /data/empty /data/secret"},
-                         &out, &err))
+    ASSERT_EQ(0,
+              run_sim(image.path, {},
+                      {"/bin/sh", "-c",
+                       "cat /build.prop /proc/stat; readlink /sys/devices/system/cpu/cpu0/cpufreq;"
+                       "cat /sys/devices/system/cpu/cpu0/cpufreq/scaling_cur_freq; "
+                       "stat -c '%s %a' /data/empty /data/secret; "
+                       "test -d /proc/self && test -c /dev/null && test -c /dev/urandom && "
+                       "test -d /dev/socket && test -x " +
+                           sim_path() + " && test ! -e " + host_tmp.path +
+                           "/marker && test ! -w /etc && test ! -w /usr && "
+                           "echo ok"},
+                      &out, &err))
         << err;
-    EXPECT_EQ("../cpufreq/policy0\n1000\n0 644\n1 600\n", out);
+    EXPECT_EQ("ro.x=1\ncpu  1 2 3\n../cpufreq/policy0\n1000\n0 644\n1 600\nok\n", out);
 }
 
 TEST(SandboxTest, EachRunGetsAFreshRoot) {
@@ -129,41 +120,22 @@ TEST(SandboxTest, ExitStatusPassesThrough) {
     EXPECT_TRUE(contains(err, "/no/such/image")) << err;
 }
 
-TEST(SandboxTest, DurationKillsACommandThatIgnoresTheStop) {
+TEST(SandboxTest, PropertiesAreTheImageBuildPropWithPropOverrides) {
     std::string out, err;
-    // The command has no binder connection to lose: it is killed after the grace period.
-    EXPECT_EQ(128 + SIGKILL, run_shell("exec sleep 600", &out, &err, {"--duration", "0.5"}));
-    EXPECT_TRUE(contains(err, "killing")) << err;
-}
-
-TEST(PropertiesTest, ImageBuildPropWithPropOverrides) {
-    std::string out, err;
-    ASSERT_EQ(0, run_sim(kBare,
-                         {"--prop", "ro.product.model=FX-2", "--prop", "new.key=a=b", "--prop",
-                          "ro.boot.serialno="},
-                         {kProbe, "props", "ro.product.model", "ro.product.manufacturer", "new.key",
-                          "ro.boot.serialno", "no.such.key"},
-                         &out, &err));
-    EXPECT_TRUE(contains(err, "probe: ro.product.model=[FX-2]\n")) << err;
-    EXPECT_TRUE(contains(err, "probe: ro.product.manufacturer=[Fixturemaker]\n")) << err;
-    EXPECT_TRUE(contains(err, "probe: new.key=[a=b]\n")) << err;
-    EXPECT_TRUE(contains(err, "probe: ro.boot.serialno=[<unset>]\n")) << err;  // empty: default
-    EXPECT_TRUE(contains(err, "probe: no.such.key=[<unset>]\n")) << err;
-}
-
-TEST(ServicesTest, MissingServicesGiveNull) {
-    std::string out, err;
-    ASSERT_EQ(0, run_sim(kBare, {}, {kProbe, "services"}, &out, &err));
-    EXPECT_TRUE(contains(err, "probe: perf=null telemetry=null")) << err;
-    ASSERT_EQ(0, run_command({sim_path(), "run", "--image", kBare, "--", kProbe, "services"}, &out,
-                             &err));
-    EXPECT_TRUE(contains(err, "probe: perf=yes telemetry=yes")) << err;
+    ASSERT_EQ(0, run_shell("cat \"$TARN_HOST_PROPERTIES\"", &out, &err,
+                           {"--prop", "ro.product.model=FX-2", "--prop", "new.key=a=b"}))
+        << err;
+    EXPECT_EQ(
+        "# Minimal device for tests that build their own nodes.\n"
+        "ro.product.manufacturer=Fixturemaker\nro.product.model=FX-2\n"
+        "ro.boot.serialno=FX0000000001\nnew.key=a=b\n",
+        out);
 }
 
 TEST(ServicesTest, RoundTripsThroughTheStandIns) {
     SimOptions opts;
     opts.image = kBare;
-    SimRun sim(opts, {kProbe, "serve", "pool-first"});
+    SimRun sim(opts, {kProbe, "pool-first"});
     ASSERT_TRUE(sim.wait_for_log("probe: register ok=1 ret=0")) << sim.log();
     EXPECT_TRUE(contains(sim.log(), "probe: registered=1"));
     EXPECT_TRUE(contains(sim.log(), "probe: deregister ok=1 ret=-1"));
@@ -207,43 +179,57 @@ TEST(ServicesTest, RoundTripsThroughTheStandIns) {
     EXPECT_TRUE(contains(sim.log(), "no simulator is running at " + sim.root())) << sim.log();
 }
 
-TEST(ServicesTest, DurationAndSignalsEndTheCommandNormally) {
+// Gone, or a zombie that nobody has reaped yet.
+bool process_gone(const std::string& pid) {
+    std::string stat = tarn_test::read_file("/proc/" + pid + "/stat");
+    size_t paren = stat.rfind(") ");
+    return paren == std::string::npos || stat[paren + 2] == 'Z';
+}
+
+TEST(ServicesTest, DurationAndSignalsEndTheCommand) {
     SimOptions opts;
     opts.image = kBare;
     opts.duration = 1;
-    SimRun timed(opts, {kProbe, "serve"});
+    SimRun timed(opts, {kProbe});
     EXPECT_EQ(0, timed.wait_exit());
     EXPECT_TRUE(contains(timed.log(), "probe: join returned")) << timed.log();
 
     opts.duration = 0;
-    SimRun signalled(opts, {kProbe, "serve"});
-    ASSERT_TRUE(signalled.wait_for_log("probe: register ok=1"));
-    kill(signalled.pid(), SIGTERM);
-    EXPECT_EQ(0, signalled.wait_exit());
-    EXPECT_TRUE(contains(signalled.log(), "stopping (SIGTERM)")) << signalled.log();
-    EXPECT_TRUE(contains(signalled.log(), "probe: join returned")) << signalled.log();
+
+    // A command with no binder connection to lose ignores the stop; a second signal ends the wait
+    // at once and kills it together with the processes it started.
+    SimRun stubborn(opts, {"/bin/sh", "-c", "sleep 600 & echo $! > /helper; wait"});
+    std::string helper;
+    ASSERT_TRUE(tarn_test::wait_until([&] {
+        helper = tarn_test::read_file(stubborn.root() + "/helper");
+        return helper.size() > 1 && helper.back() == '\n';
+    }));
+    helper.pop_back();
+    kill(stubborn.pid(), SIGTERM);
+    ASSERT_TRUE(stubborn.wait_for_log("stopping (SIGTERM)"));
+    kill(stubborn.pid(), SIGINT);
+    EXPECT_EQ(128 + SIGKILL, stubborn.wait_exit());
+    EXPECT_FALSE(contains(stubborn.log(), "did not end within")) << stubborn.log();
+    EXPECT_TRUE(tarn_test::wait_until([&] { return process_gone(helper); })) << helper;
 }
 
 TEST(ControlTest, ErrorsAreReported) {
-    std::string out, err;
-    TempDir nowhere;
-    EXPECT_NE(0, run_command({sim_path(), "stop", "--root", nowhere.path}, &out, &err));
-    EXPECT_TRUE(contains(err, "no simulator is running")) << err;
-
     SimOptions opts;
     opts.image = kBare;
     opts.perf_hal = false;
     SimRun sim(opts, {"/bin/sh", "-c", "while [ ! -e /done ]; do sleep 0.05; done"});
-    EXPECT_NE(0, sim.control({"campaign", "start", "--text", "no_such_field: 1"}));
-    EXPECT_NE(0, sim.control({"campaign", "start", "--text", "version: 1", "--verbose"}));
-    EXPECT_NE(0, sim.control({"campaign", "start"}));
-    EXPECT_NE(0, sim.control({"hint", "12abc", "x"}));
-    EXPECT_NE(0, sim.control({"hint", "1", "x"}));  // no perf HAL in this run
-    std::string log = sim.log();
-    EXPECT_TRUE(contains(log, "bad campaign text: line 1 column")) << log;
-    EXPECT_TRUE(contains(log, "unknown option or missing value: --verbose")) << log;
-    EXPECT_TRUE(contains(log, "not a 32-bit number: 12abc")) << log;
-    EXPECT_TRUE(contains(log, "the perf HAL is off")) << log;
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"campaign", "start", "--text", "no_such_field: 1"}, "bad campaign text: line 1 column"},
+        {{"campaign", "start", "--text", "version: 1", "--verbose"},
+         "unknown option or missing value: --verbose"},
+        {{"campaign", "start"}, "campaign start needs --text or --file"},
+        {{"campaign", "start", "--file", "/no/such/file"}, "cannot read /no/such/file"},
+        {{"hint", "12abc", "x"}, "not a 32-bit number: 12abc"},
+        {{"hint", "1", "x"}, "the perf HAL is off"}};
+    for (const auto& c : cases) {
+        EXPECT_NE(0, sim.control(c.first)) << c.second;
+        EXPECT_TRUE(contains(sim.log(), c.second)) << sim.log();
+    }
     tarn_test::write_file(sim.root() + "/done", "");
     EXPECT_EQ(0, sim.wait_exit());
 }

@@ -1,16 +1,12 @@
 // A small client of the platform stand-ins that the simulator tests run inside tarn_sim. It
 // reports what it sees on standard error, one "probe: ..." line per event.
 //
-//   sim_probe props KEY...   each property as "KEY=[value]" (default "<unset>")
-//   sim_probe services       whether the perf HAL and the telemetry service answer
-//   sim_probe serve [pool-first]
-//                            registers a collector and a perf callback, then joins the pool;
+//   sim_probe [pool-first]   registers a collector and a perf callback, then joins the pool;
 //                            with pool-first, only after a hint was served by the started pool
 #include <aidl/vendor/orv/hardware/perf2/BnPerfCallback.h>
 #include <aidl/vendor/orv/hardware/perf2/IPerf.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
-#include <cutils/properties.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <string.h>
@@ -101,25 +97,5 @@ int serve(bool pool_first) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string mode = argc > 1 ? argv[1] : "";
-    if (mode == "props") {
-        for (int i = 2; i < argc; ++i) {
-            char value[PROPERTY_VALUE_MAX];
-            property_get(argv[i], value, "<unset>");
-            fprintf(stderr, "probe: %s=[%s]\n", argv[i], value);
-        }
-        return 0;
-    }
-    if (mode == "services") {
-        AIBinder* binder = AServiceManager_checkService(kPerfInstance);
-        zel_hndl_t h = zel_register(&g_collector);
-        fprintf(stderr, "probe: perf=%s telemetry=%s\n", binder != nullptr ? "yes" : "null",
-                h != nullptr ? "yes" : "null");
-        if (binder != nullptr) AIBinder_decStrong(binder);
-        if (h != nullptr) zel_deregister(h);
-        return 0;
-    }
-    if (mode == "serve") return serve(argc > 2 && std::string(argv[2]) == "pool-first");
-    fprintf(stderr, "usage: sim_probe props KEY... | services | serve [pool-first]\n");
-    return 2;
+    return serve(argc > 1 && std::string(argv[1]) == "pool-first");
 }
