@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <thread>
 
 #include "common/test_util.h"
@@ -21,11 +22,19 @@ int decode_status(int status) {
     return -1;
 }
 
-std::vector<char*> to_argv(const std::vector<std::string>& args) {
-    std::vector<char*> argv;
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    return argv;
+// Starts argv[0] with its standard output and error on the given descriptors.
+pid_t spawn(const std::vector<std::string>& argv, int out_fd, int err_fd) {
+    std::vector<char*> args;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(out_fd, STDOUT_FILENO);
+        dup2(err_fd, STDERR_FILENO);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    return pid;
 }
 
 }  // namespace
@@ -44,14 +53,7 @@ int run_command(const std::vector<std::string>& argv, std::string* out, std::str
     // Output goes to files rather than pipes: a helper the command leaves behind cannot hold them.
     char path[2][32] = {"/tmp/tarn_cmd_out.XXXXXX", "/tmp/tarn_cmd_err.XXXXXX"};
     int fd[2] = {mkostemp(path[0], O_CLOEXEC), mkostemp(path[1], O_CLOEXEC)};
-    std::vector<char*> args = to_argv(argv);
-    pid_t pid = fd[0] >= 0 && fd[1] >= 0 ? fork() : -1;
-    if (pid == 0) {
-        dup2(fd[0], STDOUT_FILENO);
-        dup2(fd[1], STDERR_FILENO);
-        execv(args[0], args.data());
-        _exit(127);
-    }
+    pid_t pid = fd[0] >= 0 && fd[1] >= 0 ? spawn(argv, fd[0], fd[1]) : -1;
     int status = 0;
     pid_t done = -1;
     while (pid > 0 && (done = waitpid(pid, &status, 0)) < 0 && errno == EINTR) {
@@ -92,15 +94,8 @@ SimRun::SimRun(const SimOptions& opts, const std::vector<std::string>& command) 
     argv.push_back("--");
     argv.insert(argv.end(), command.begin(), command.end());
 
-    std::vector<char*> args = to_argv(argv);
     int log_fd = open(mLog.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-    mPid = fork();
-    if (mPid == 0) {
-        dup2(log_fd, STDOUT_FILENO);
-        dup2(log_fd, STDERR_FILENO);
-        execv(args[0], args.data());
-        _exit(127);
-    }
+    mPid = spawn(argv, log_fd, log_fd);
     if (log_fd >= 0) close(log_fd);
     if (mPid < 0) return;
     // Ready once the control socket is there (or the simulator is already gone).
@@ -144,15 +139,7 @@ int SimRun::control(const std::vector<std::string>& args, std::string* out) {
     argv.push_back(mRoot);
     std::string err;
     int status = run_command(argv, out, &err);
-    if (!err.empty()) {
-        // Keep the control command's complaints next to the simulator's log.
-        int fd = open(mLog.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-        if (fd >= 0) {
-            ssize_t n = write(fd, err.data(), err.size());
-            (void)n;
-            close(fd);
-        }
-    }
+    std::ofstream(mLog, std::ios::app) << err;  // complaints go next to the simulator's log
     return status;
 }
 
