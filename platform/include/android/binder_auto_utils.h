@@ -8,7 +8,7 @@ namespace ndk {
 
 // Owns one strong reference to an AIBinder.
 class SpAIBinder {
-public:
+  public:
     SpAIBinder() : mBinder(nullptr) {}
     explicit SpAIBinder(AIBinder* binder) : mBinder(binder) {}
     SpAIBinder(const SpAIBinder& other) : mBinder(other.mBinder) {
@@ -28,13 +28,13 @@ public:
         mBinder = binder;
     }
 
-private:
+  private:
     AIBinder* mBinder;
 };
 
 // Owns an AStatus.
 class ScopedAStatus {
-public:
+  public:
     ScopedAStatus() : mStatus(nullptr) {}
     explicit ScopedAStatus(AStatus* status) : mStatus(status) {}
     ScopedAStatus(ScopedAStatus&& other) noexcept : mStatus(other.mStatus) {
@@ -60,7 +60,7 @@ public:
         return ScopedAStatus(AStatus_fromStatus(status));
     }
 
-private:
+  private:
     AStatus* mStatus;
 };
 

@@ -10,7 +10,7 @@ namespace ndk {
 
 // Base of every reference-counted binder object; create objects with make<T>().
 class SharedRefBase : public std::enable_shared_from_this<SharedRefBase> {
-public:
+  public:
     virtual ~SharedRefBase() = default;
 
     template <class T, class... Args>
@@ -26,14 +26,14 @@ public:
 
 // Base of every AIDL interface.
 class ICInterface : public SharedRefBase {
-public:
+  public:
     virtual bool isRemote() = 0;
 };
 
 // Server-side base: the object lives in this process and receives calls.
 template <class INTERFACE>
 class BnCInterface : public INTERFACE {
-public:
+  public:
     bool isRemote() override { return false; }
 };
 

@@ -6,7 +6,7 @@
 namespace aidl::vendor::orv::hardware::perf2 {
 
 class BnPerfCallback : public ::ndk::BnCInterface<IPerfCallback> {
-public:
+  public:
     BnPerfCallback() = default;
     virtual ~BnPerfCallback() = default;
 };

@@ -9,18 +9,18 @@
 namespace aidl::vendor::orv::hardware::perf2 {
 
 class IPerf : public ::ndk::ICInterface {
-public:
+  public:
     static const char* descriptor;
 
     // Wraps a binder of the perf HAL in a proxy; null when `binder` is null or not an IPerf.
     static std::shared_ptr<IPerf> fromBinder(const ::ndk::SpAIBinder& binder);
 
     virtual ::ndk::ScopedAStatus perfCallbackRegister(
-            const std::shared_ptr<IPerfCallback>& in_callback, int32_t in_clientId,
-            int32_t* _aidl_return) = 0;
+        const std::shared_ptr<IPerfCallback>& in_callback, int32_t in_clientId,
+        int32_t* _aidl_return) = 0;
     virtual ::ndk::ScopedAStatus perfCallbackDeregister(
-            const std::shared_ptr<IPerfCallback>& in_callback, int32_t in_clientId,
-            int32_t* _aidl_return) = 0;
+        const std::shared_ptr<IPerfCallback>& in_callback, int32_t in_clientId,
+        int32_t* _aidl_return) = 0;
 };
 
 }  // namespace aidl::vendor::orv::hardware::perf2

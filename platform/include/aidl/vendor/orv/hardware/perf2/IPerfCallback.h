@@ -10,7 +10,7 @@
 namespace aidl::vendor::orv::hardware::perf2 {
 
 class IPerfCallback : public ::ndk::ICInterface {
-public:
+  public:
     static const char* descriptor;
 
     virtual ::ndk::ScopedAStatus notifyCallback(int32_t in_hint, const std::string& in_userDataStr,
