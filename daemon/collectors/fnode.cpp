@@ -89,20 +89,24 @@ void node_rewind(FILE* fp) {
     fseek(fp, 0, SEEK_SET);
 }
 
-int record_appendf(char* buf, int32_t use, const char* fmt, ...) {
+int record_vappendf(char* buf, int32_t len, int32_t use, const char* fmt, va_list ap) {
     size_t room = 0;
-    if (use >= 0 && use < RECORD_BUFLEN) room = (size_t)(RECORD_BUFLEN - use);
+    if (use >= 0 && use < len) room = (size_t)(len - use);
+    return vsnprintf(room > 0 ? buf + use : nullptr, room, fmt, ap);
+}
+
+int record_appendf(char* buf, int32_t use, const char* fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    int ret = vsnprintf(room > 0 ? buf + use : nullptr, room, fmt, ap);
+    int ret = record_vappendf(buf, RECORD_BUFLEN, use, fmt, ap);
     va_end(ap);
     return ret;
 }
 
-int32_t record_advance(int32_t use, int ret) {
+int32_t record_advance(int32_t use, int ret, int32_t len) {
     if (ret <= 0) return use;
     int64_t next = (int64_t)use + ret;
-    return next > RECORD_BUFLEN - 1 ? RECORD_BUFLEN - 1 : (int32_t)next;
+    return next > len - 1 ? len - 1 : (int32_t)next;
 }
 
 int append_node_u32(int index, const char* step, const char* label, char* buf, int32_t use) {

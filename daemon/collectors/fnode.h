@@ -2,6 +2,7 @@
 // before every read, and the record-buffer conventions shared by the table-reading handlers.
 #pragma once
 
+#include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
 
@@ -48,7 +49,12 @@ int record_appendf(char* buf, int32_t use, const char* fmt, ...)
 // The record length after an append of `ret` characters at `use`. A piece that did not fit was
 // cut by the bounded format, so the length stops at the last byte, which keeps the terminating
 // NUL: the record is reported as far as it goes.
-int32_t record_advance(int32_t use, int ret);
+// `len` is the size of the record buffer.
+int32_t record_advance(int32_t use, int ret, int32_t len = RECORD_BUFLEN);
+
+// record_appendf for a record buffer of `len` bytes, with the arguments as a va_list.
+int record_vappendf(char* buf, int32_t len, int32_t use, const char* fmt, va_list ap)
+    __attribute__((format(printf, 4, 0)));
 
 // Appends the value of one node-table row to a record at `use`: the number of characters
 // appended, or a negative result (-EINVAL when the row is not open).

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "collectors/collectors.h"
+#include "collectors/fnode.h"
 #include "collectors/thermal_groups.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
@@ -115,10 +116,10 @@ __attribute__((format(printf, 4, 5))) static int thermal_append(char* buf, int32
                                                                 int32_t* use, const char* fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    int ret = vsnprintf(buf + *use, static_cast<size_t>(len - *use), fmt, ap);
+    int ret = record_vappendf(buf, len, *use, fmt, ap);
     va_end(ap);
     if (ret < 0) return ret;
-    *use = (ret >= len - *use) ? len - 1 : *use + ret;
+    *use = record_advance(*use, ret, len);
     return ret;
 }
 
