@@ -6,18 +6,19 @@
 
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
+#include "collectors/node_parsers.h"
+#include "collectors/node_reader.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
 #define BATTERY_UEVENT_PATH "/sys/class/power_supply/battery/uevent"
-#define BATTERY_FIELD_LEN 100
 #define KPI_ID_BATTERY_STAT 2
 
 static FILE* g_battery_fp = nullptr;
 
 int32_t collect_battery_stats_init() {
     if (g_battery_fp != nullptr) return 0;
-    g_battery_fp = fopen(BATTERY_UEVENT_PATH, "r");
+    g_battery_fp = fopen(BATTERY_UEVENT_PATH, "re");
     return g_battery_fp != nullptr ? 0 : -1;
 }
 
@@ -35,23 +36,23 @@ int32_t collect_battery_stats_exit() {
 // long line never spills into the next read. A line without '=' yields an empty value. Returns
 // false at end of file with nothing read; every other call consumes at least one character, so
 // the caller's loop always reaches the end of the file.
-static bool read_uevent_line(FILE* fp, char* key, char* value) {
+static bool read_uevent_line(mem_stream* in, char* key, char* value) {
     int c;
     do {
-        c = getc(fp);
+        c = mem_getc(in);
     } while (c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f');
     if (c == EOF) return false;
 
     size_t n = 0;
     while (c != EOF && c != '=' && c != '\n') {
         if (n < BATTERY_FIELD_LEN - 1) key[n++] = (char)c;
-        c = getc(fp);
+        c = mem_getc(in);
     }
     key[n] = '\0';
 
     n = 0;
     if (c == '=') {
-        for (c = getc(fp); c != EOF && c != '\n'; c = getc(fp)) {
+        for (c = mem_getc(in); c != EOF && c != '\n'; c = mem_getc(in)) {
             if (n < BATTERY_FIELD_LEN - 1) value[n++] = (char)c;
         }
     }
@@ -59,39 +60,44 @@ static bool read_uevent_line(FILE* fp, char* key, char* value) {
     return true;
 }
 
-int32_t collect_battery_stats_hndl(uint64_t) {
+void battery_parse_uevent(const char* data, size_t len, battery_fields* out) {
     char key[BATTERY_FIELD_LEN] = {0};
     char value[BATTERY_FIELD_LEN] = {0};
-    char status[BATTERY_FIELD_LEN] = {0};
-    char record[BATTERY_FIELD_LEN] = {0};
-    int32_t voltage = 0, current = 0, temperature = 0, capacity = 0;
-
-    if (g_battery_fp == nullptr) return 0;
-    node_rewind(g_battery_fp);
-
+    mem_stream in = mem_open(data, len);
     // A key cut to the field is longer than every name below, so it matches none of them.
-    while (read_uevent_line(g_battery_fp, key, value)) {
+    while (read_uevent_line(&in, key, value)) {
         if (strcmp(key, "POWER_SUPPLY_VOLTAGE_NOW") == 0) {
-            voltage = atoi(value);
+            out->voltage = atoi(value);
         } else if (strcmp(key, "POWER_SUPPLY_CURRENT_NOW") == 0) {
-            current = atoi(value);
+            out->current = atoi(value);
         } else if (strcmp(key, "POWER_SUPPLY_TEMP") == 0) {
-            temperature = atoi(value);
+            out->temperature = atoi(value);
         } else if (strcmp(key, "POWER_SUPPLY_CAPACITY") == 0) {
-            capacity = atoi(value);
+            out->capacity = atoi(value);
         } else if (strcmp(key, "POWER_SUPPLY_STATUS") == 0) {
-            snprintf(status, sizeof(status), "%s", value);
+            snprintf(out->status, sizeof(out->status), "%s", value);
         }
     }
+}
+
+int32_t collect_battery_stats_hndl(uint64_t) {
+    battery_fields f;
+    memset(&f, 0, sizeof(f));
+    char record[BATTERY_FIELD_LEN] = {0};
+
+    if (g_battery_fp == nullptr) return 0;
+    char node[NODE_BUF_LEN];
+    ssize_t len = node_pread(fileno(g_battery_fp), node, sizeof(node));
+    battery_parse_uevent(node, len > 0 ? (size_t)len : 0, &f);
 
     TLOGD(TAG_BATTERY,
           "%s() %d: collect_battery_stats_hndl voltage:%d current:%d temperature:%d capacity:%d "
           "status:%s",
-          voltage, current, temperature, capacity, status);
+          f.voltage, f.current, f.temperature, f.capacity, f.status);
 
-    int ret = snprintf(record, sizeof(record), "%s,%d,%d,%d,%d,%s", "battery", capacity, voltage,
-                       current, temperature, status);
-    uint32_t len = ret < 0 ? 0 : (uint32_t)strlen(record);
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_BATTERY_STAT, record, len);
+    int ret = snprintf(record, sizeof(record), "%s,%d,%d,%d,%d,%s", "battery", f.capacity,
+                       f.voltage, f.current, f.temperature, f.status);
+    uint32_t len_out = ret < 0 ? 0 : (uint32_t)strlen(record);
+    PowerZELHelper::getInstance()->log_blob(KPI_ID_BATTERY_STAT, record, len_out);
     return ret;
 }

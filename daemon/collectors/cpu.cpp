@@ -15,6 +15,7 @@
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
 #include "collectors/gpu.h"
+#include "collectors/node_reader.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
@@ -135,7 +136,7 @@ static void policy_check_file_path() {
             TLOGW(TAG_POWER, "%s() %d: filepath:%s", path);
             struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
             if (row->fp != nullptr) fclose(row->fp);
-            row->fp = fopen(path, "r");
+            row->fp = fopen(path, "re");
             if (row->fp == nullptr) TLOGE(TAG_POWER, "%s() %d: fail to open [%s]", path);
         }
     }
@@ -212,24 +213,38 @@ int32_t collect_cpu_stats_exit() {
     return 0;
 }
 
-// The time-weighted average frequency of the cluster since the previous reading, and the time
-// it covers. Line j of time_in_state is matched to frequency step j by position; lines beyond
-// the room for kept times are not counted.
-static int get_cpus_time_in_state(int slot, char* buf, int32_t use) {
-    FILE* fp = fnode_rewind(fnode_cpu_row(slot, FNODE_CPU_TIME_IN_STATE));
-    if (fp == nullptr) {
-        TLOGE(TAG_POWER, "%s() %d: fp is Null idx:%d", slot);
-        return -EINVAL;
-    }
-    uint64_t total = 0, weighted = 0;
-    unsigned long long freq = 0, time = 0;
-    for (int j = 0; j < MAX_FREQ_STEPS && fscanf(fp, "%llu %llu", &freq, &time) == 2; j++) {
+uint64_t cpu_parse_time_in_state(int slot, const char* data, size_t len, uint64_t* weighted) {
+    mem_stream in = mem_open(data, len);
+    uint64_t total = 0;
+    *weighted = 0;
+    if (slot < 0 || slot >= CLUSTER_SLOTS) return 0;
+    for (int j = 0; j < MAX_FREQ_STEPS; j++) {
+        // "%llu %llu": frequency and cumulative time; the frequency is matched by position.
+        unsigned long long freq = 0, time = 0;
+        if (mem_scan_ull(&in, &freq) != 1) break;
+        mem_skip_space(&in);
+        if (mem_scan_ull(&in, &time) != 1) break;
         uint64_t kept = g_kept_step_time[slot][j];
         uint64_t delta = time >= kept ? time - kept : time;
         g_kept_step_time[slot][j] = time;
         total += delta;
-        weighted += cluster_cap_list[slot][j] * delta;
+        *weighted += cluster_cap_list[slot][j] * delta;
     }
+    return total;
+}
+
+// The time-weighted average frequency of the cluster since the previous reading, and the time
+// it covers. Line j of time_in_state is matched to frequency step j by position; lines beyond
+// the room for kept times are not counted.
+static int get_cpus_time_in_state(int slot, char* buf, int32_t use) {
+    char node[NODE_BUF_LEN];
+    ssize_t len = fnode_read(fnode_cpu_row(slot, FNODE_CPU_TIME_IN_STATE), node, sizeof(node));
+    if (len < 0) {
+        TLOGE(TAG_POWER, "%s() %d: fp is Null idx:%d", slot);
+        return -EINVAL;
+    }
+    uint64_t weighted = 0;
+    uint64_t total = cpu_parse_time_in_state(slot, node, (size_t)len, &weighted);
     uint64_t avg = total != 0 ? weighted / total : 0;
 
     int steps = std::min<int32_t>(freq_num[slot], MAX_FREQ_STEPS);
@@ -245,33 +260,21 @@ static int get_cpus_time_in_state(int slot, char* buf, int32_t use) {
                           (unsigned long long)total);
 }
 
-// Reads one line of at most `len` - 1 characters; the rest of a longer line is dropped so that
-// the next read starts at the next line.
-static bool read_stat_line(FILE* fp, char* line, int len) {
-    if (fgets(line, len, fp) == nullptr) return false;
-    if (strchr(line, '\n') == nullptr) {
-        int c;
-        do {
-            c = getc(fp);
-        } while (c != EOF && c != '\n');
-    }
-    return true;
-}
-
 // Takes one per-CPU utilisation reading from /proc/stat: for each CPU line the share of the time
 // since the previous reading that was neither idle nor iowait, in percent. CPUs without a line
-// read 0.
-static void read_cpus_util(FILE* fp, float* util) {
+// read 0. Lines are read in pieces of at most STAT_LINE_LEN - 1 bytes, and each piece counts as
+// a line.
+void cpu_parse_stat(const char* data, size_t len, float* util) {
     for (int i = 0; i < MAX_CPUS; i++) util[i] = 0.0f;
+    mem_stream in = mem_open(data, len);
     char line[STAT_LINE_LEN];
     memset(line, 0, sizeof(line));
-    node_rewind(fp);
-    if (!read_stat_line(fp, line, sizeof(line))) return;  // the all-CPU line
+    if (mem_gets(line, sizeof(line), &in) == nullptr) return;  // the all-CPU line
 
     uint32_t lines = std::min<uint32_t>(g_cpu_count, MAX_CPUS);
     for (uint32_t n = 0; n < lines; n++) {
         memset(line, 0, sizeof(line));
-        if (!read_stat_line(fp, line, sizeof(line))) break;
+        if (mem_gets(line, sizeof(line), &in) == nullptr) break;
         if (strstr(line, "cpu") == nullptr) continue;
         unsigned int cpu = 0;
         if (sscanf(line, "cpu%u", &cpu) != 1) continue;
@@ -319,14 +322,15 @@ static int get_cpus_util(int slot, char* buf, int32_t use, util_reading* reading
     int32_t next = g_cluster[slot + 1];
     int32_t cpu_end = next == NO_POLICY ? cpu_start + 1 : next;
 
-    FILE* fp = g_fnode_table[FNODE_PROC_STAT].fp;
-    if (fp == nullptr) {
+    if (g_fnode_table[FNODE_PROC_STAT].fp == nullptr) {
         TLOGE(TAG_POWER, "%s() %d: PROC_STAT fp is Null");
         return -EINVAL;
     }
     TLOGD(TAG_POWER, "%s() %d: cpu_start [%d] - cpu_end:[%d]", cpu_start, cpu_end);
     if (!reading->taken) {
-        read_cpus_util(fp, reading->util);
+        char node[NODE_BUF_LEN];
+        ssize_t len = fnode_read(FNODE_PROC_STAT, node, sizeof(node));
+        cpu_parse_stat(node, len > 0 ? (size_t)len : 0, reading->util);
         reading->taken = true;
     }
 

@@ -4,6 +4,7 @@
 #include <stdarg.h>
 #include <string.h>
 
+#include "collectors/node_reader.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
@@ -63,7 +64,7 @@ void fnode_open_all() {
     // The CPU rows hold names relative to a policy directory; the CPU collector opens those.
     for (int i = FNODE_PROC_STAT; i < FNODE_COUNT; i++) {
         if (g_fnode_table[i].path != nullptr && g_fnode_table[i].fp == nullptr) {
-            g_fnode_table[i].fp = fopen(g_fnode_table[i].path, "r");
+            g_fnode_table[i].fp = fopen(g_fnode_table[i].path, "re");
         }
     }
 }
@@ -77,16 +78,16 @@ void fnode_close_all() {
     }
 }
 
-FILE* fnode_rewind(int index) {
-    if (index < 0 || index >= FNODE_COUNT) return nullptr;
-    FILE* fp = g_fnode_table[index].fp;
-    if (fp != nullptr) node_rewind(fp);
-    return fp;
+ssize_t fnode_read(int index, char* buf, size_t size) {
+    if (index < 0 || index >= FNODE_COUNT || g_fnode_table[index].fp == nullptr) return -EINVAL;
+    ssize_t n = node_pread(fileno(g_fnode_table[index].fp), buf, size);
+    return n < 0 ? 0 : n;
 }
 
-void node_rewind(FILE* fp) {
-    fflush(fp);  // on an input stream: drops the buffer and forgets the cached file position
-    fseek(fp, 0, SEEK_SET);
+uint32_t node_parse_u32(const char* data, size_t len) {
+    mem_stream in = mem_open(data, len);
+    unsigned long long value = 0;
+    return mem_scan_ull(&in, &value) == 1 ? (uint32_t)value : 0;
 }
 
 int record_vappendf(char* buf, int32_t len, int32_t use, const char* fmt, va_list ap) {
@@ -110,14 +111,13 @@ int32_t record_advance(int32_t use, int ret, int32_t len) {
 }
 
 int append_node_u32(int index, const char* step, const char* label, char* buf, int32_t use) {
-    uint64_t value = 0;
-    FILE* fp = fnode_rewind(index);
-    if (fp == nullptr) {
+    char node[NODE_BUF_LEN];
+    ssize_t len = fnode_read(index, node, sizeof(node));
+    if (len < 0) {
         TLOGD_FN(TAG_POWER, step, "%s() %d: %s() if !fp ", step);
         return -EINVAL;
     }
-    unsigned int read = 0;
-    if (fscanf(fp, "%u", &read) == 1) value = read;
+    uint64_t value = node_parse_u32(node, (size_t)len);
     TLOGD_FN(TAG_POWER, step, "%s() %d: %s() %s:%d ", step, label, (int)value);
     int ret = record_appendf(buf, use, "%lu,", (unsigned long)value);
     TLOGD_FN(TAG_POWER, step, "%s() %d: %s() ret:%d ", step, ret);

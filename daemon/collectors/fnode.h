@@ -1,14 +1,16 @@
-// The node table: kernel files kept open from the CPU collector's init to its exit and rewound
-// before every read, and the record-buffer conventions shared by the table-reading handlers.
+// The node table: kernel files kept open from the CPU collector's init to its exit and read from
+// their start every period, and the record-buffer conventions shared by the table-reading
+// handlers.
 #pragma once
 
 #include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <sys/types.h>
 
 struct fnode {
     int32_t type;      // KPI id of the collector that reads the row; descriptive only
-    FILE* fp;          // open read-only stream, or null
+    FILE* fp;          // open read-only stream, or null; read through its descriptor
     const char* path;  // null: never opened
 };
 
@@ -77,10 +79,11 @@ int append_node_u32(int index, const char* step, const char* label, char* buf, i
 void fnode_open_all();
 void fnode_close_all();
 
-// Rewinds the row's stream and returns it, or null when the row is not open.
-FILE* fnode_rewind(int index);
+// Reads the row's node from its start into `buf` (at most `size` bytes, see node_pread): the
+// content's length, or -EINVAL when the row is not open. A node that cannot be read reads as
+// empty, as a stream read that fails reads as the end of the file.
+ssize_t fnode_read(int index, char* buf, size_t size);
 
-// Rewinds a kernel node's stream so that the next read fetches the node's current contents.
-// What the stream has buffered is dropped first: seeking alone may be served from the buffer
-// of the previous read and so return what the node held then.
-void node_rewind(FILE* fp);
+// The value of a node that holds one unsigned decimal, read with "%u": 0 when the text is not a
+// number.
+uint32_t node_parse_u32(const char* data, size_t len);

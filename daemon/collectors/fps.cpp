@@ -7,34 +7,42 @@
 
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
+#include "collectors/node_parsers.h"
+#include "collectors/node_reader.h"
 #include "collectors/tokens.h"
 #include "core/tarn_log.h"
 
 #define KPI_ID_FPS 9
 #define FPS_LINE_LEN 1024
 
-// Appends the rate to the record; the number of characters appended, or -22 when the node is
-// not open. Each line sets the rate from the first word of its second ':'-separated field (the
-// whole line when it has no ':'), so the last line decides.
-static int get_fps(char* buf, int32_t use) {
+double fps_parse(const char* data, size_t len) {
+    mem_stream in = mem_open(data, len);
     char line[FPS_LINE_LEN];
     memset(line, 0, sizeof(line));
-    FILE* fp = fnode_rewind(FNODE_FPS);
-    if (fp == nullptr) {
+    double cur_fps = 0.0;
+    while (mem_gets(line, sizeof(line), &in) != nullptr) {
+        size_t n = strlen(line);
+        if (n > 0 && line[n - 1] == '\n') line[n - 1] = '\0';
+        TLOGD_FN(TAG_POWER, "get_fps", "%s() %d: get_fps while orginal line %s ", line);
+        char* temp = extract_fps_info(line, ":", 1);
+        TLOGD_FN(TAG_POWER, "get_fps", "%s() %d: get_fps while split temp %s ", temp);
+        char* temp2 = extract_fps_info(temp, " ", 0);
+        TLOGD_FN(TAG_POWER, "get_fps", "%s() %d: get_fps while split temp2 %s ", temp2);
+        cur_fps = strtod(temp2, nullptr);
+    }
+    return cur_fps;
+}
+
+// Appends the rate to the record; the number of characters appended, or -22 when the node is
+// not open.
+static int get_fps(char* buf, int32_t use) {
+    char node[NODE_BUF_LEN];
+    ssize_t len = fnode_read(FNODE_FPS, node, sizeof(node));
+    if (len < 0) {
         TLOGD(TAG_POWER, "%s() %d: get_fps() if !fp ");
         return -EINVAL;
     }
-    double cur_fps = 0.0;
-    while (fgets(line, sizeof(line), fp) != nullptr) {
-        size_t len = strlen(line);
-        if (len > 0 && line[len - 1] == '\n') line[len - 1] = '\0';
-        TLOGD(TAG_POWER, "%s() %d: get_fps while orginal line %s ", line);
-        char* temp = extract_fps_info(line, ":", 1);
-        TLOGD(TAG_POWER, "%s() %d: get_fps while split temp %s ", temp);
-        char* temp2 = extract_fps_info(temp, " ", 0);
-        TLOGD(TAG_POWER, "%s() %d: get_fps while split temp2 %s ", temp2);
-        cur_fps = strtod(temp2, nullptr);
-    }
+    double cur_fps = fps_parse(node, (size_t)len);
     TLOGD(TAG_POWER, "%s() %d: get_fps() cur_fps:%lf ", cur_fps);
     int ret = record_appendf(buf, use, "%.1lf,", cur_fps);
     TLOGD(TAG_POWER, "%s() %d: get_fps() ret:%d ", ret);

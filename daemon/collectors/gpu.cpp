@@ -8,11 +8,13 @@
 
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
+#include "collectors/node_reader.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
 #define KPI_ID_GPUFREQ 4
 #define MAX_GPU_ROWS 128
+#define GPU_LINE_LEN 1024
 
 // Frequency and cumulative time of each data row of the transition table, by position, as they
 // were when the row was last set. A frequency of 0 marks an unset row.
@@ -26,83 +28,41 @@ void gpu_clear_kept_rows() {
     memset(g_gpu_kept, 0, sizeof(g_gpu_kept));
 }
 
-static void skip_line(FILE* fp) {
-    int c;
-    do {
-        c = getc(fp);
-    } while (c != EOF && c != '\n');
+// One data row of the transition table: its frequency (the row's first number) and its time (its
+// last number). The row is the text of one line piece up to its first NUL. Returns false for a
+// line with no digit before its end or with a 'T' first: the closing "Total transition" line.
+static bool parse_trans_row(const char* line, uint64_t* freq, uint64_t* time) {
+    const char* p = line;
+    while (*p != '\0' && *p != 'T' && !(*p >= '0' && *p <= '9')) p++;
+    if (*p == '\0' || *p == 'T') return false;
+    mem_stream in = mem_open_str(p);
+    unsigned long long value = 0;
+    *freq = mem_scan_ull(&in, &value) == 1 ? value : 0;
+
+    // The time is the last run of digits, read from the character before it, so that a sign or
+    // anything else there decides as it would for "%lu".
+    const char* end = line + strlen(line);
+    while (end > line && !(end[-1] >= '0' && end[-1] <= '9')) end--;
+    const char* digits = end;
+    while (digits > line && digits[-1] >= '0' && digits[-1] <= '9') digits--;
+    const char* from = digits > line ? digits - 1 : digits;
+    in = mem_open(from, (size_t)(end - from));
+    value = 0;
+    *time = mem_scan_ull(&in, &value) == 1 ? value : 0;
+    return true;
 }
 
-static uint64_t add_digit(uint64_t value, int c) {
-    uint64_t digit = (uint64_t)(c - '0');
-    if (value > (UINT64_MAX - digit) / 10) return UINT64_MAX;  // saturate like strtoul
-    return value * 10 + digit;
-}
-
-// Value of a run of digits read with "%lu" from the character just before it: blanks and a '+'
-// are taken by the conversion, a '-' negates the number, anything else leaves nothing to parse.
-static uint64_t number_after(int before, uint64_t run) {
-    switch (before) {
-        case ' ':
-        case '\t':
-        case '\r':
-        case '\v':
-        case '\f':
-        case '+':
-            return run;
-        case '-':
-            return 0 - run;
-        default:
-            return 0;
+uint64_t gpu_parse_trans_stat(const char* data, size_t len, uint64_t cur_freq) {
+    mem_stream in = mem_open(data, len);
+    char line[GPU_LINE_LEN];
+    // Two header lines: "From : To" and the column header.
+    for (int h = 0; h < 2; h++) {
+        if (mem_gets(line, sizeof(line), &in) == nullptr) return 0;
     }
-}
-
-// One data row of the transition table: its frequency (the first number of the line) and its
-// time (the last number of the line). The line is read character by character, so a row of any
-// length is parsed whole.
-enum row_result { ROW_OK, ROW_END };
-
-static row_result read_trans_row(FILE* fp, uint64_t* freq, uint64_t* time) {
-    int c = getc(fp);
-    if (c == EOF) return ROW_END;
-    // Skip to the first digit; the current row's '*' and the padding go by. A line with no
-    // digit before its end, or a 'T' first, is the closing "Total transition" line.
-    int prev = ' ';
-    while (c != EOF && c != '\n' && c != 'T' && !(c >= '0' && c <= '9')) {
-        prev = c;
-        c = getc(fp);
-    }
-    if (c == EOF || c == '\n' || c == 'T') return ROW_END;
-
-    uint64_t run = 0;
-    for (; c >= '0' && c <= '9'; c = getc(fp)) run = add_digit(run, c);
-    *freq = run;
-    uint64_t last = number_after(prev, run);
-    while (c != EOF && c != '\n') {
-        if (c >= '0' && c <= '9') {
-            run = 0;
-            for (; c >= '0' && c <= '9'; c = getc(fp)) run = add_digit(run, c);
-            last = number_after(prev, run);
-            prev = '0';
-        } else {
-            prev = c;
-            c = getc(fp);
-        }
-    }
-    // A row that runs into the end of the file without its line end is incomplete.
-    if (c == EOF) return ROW_END;
-    *time = last;
-    return ROW_OK;
-}
-
-// Residency of the current frequency: the growth of its row's time since the last sample at
-// which the GPU was also at that frequency. Rows seen for the first time are only recorded.
-static uint64_t gpu_time_at(FILE* fp, uint64_t cur_freq) {
-    skip_line(fp);  // "From : To" header
-    skip_line(fp);  // column header
     for (int k = 0; k < MAX_GPU_ROWS; k++) {
+        if (mem_gets(line, sizeof(line), &in) == nullptr || in.eof) return 0;
         uint64_t freq = 0, time = 0;
-        if (read_trans_row(fp, &freq, &time) != ROW_OK) return 0;
+        if (!parse_trans_row(line, &freq, &time)) return 0;
         gpu_kept_row* kept = &g_gpu_kept[k];
         if (kept->freq == 0) {
             kept->freq = freq;
@@ -119,28 +79,41 @@ static uint64_t gpu_time_at(FILE* fp, uint64_t cur_freq) {
     return 0;
 }
 
+int gpu_parse_busy(const char* data, size_t len, unsigned* busy, unsigned* total) {
+    mem_stream in = mem_open(data, len);
+    unsigned long long value = 0;
+    int ret = mem_scan_ull(&in, &value);
+    if (ret != 1) return ret;
+    *busy = (unsigned)value;
+    mem_skip_space(&in);
+    if (mem_scan_ull(&in, &value) != 1) return 1;
+    *total = (unsigned)value;
+    return 2;
+}
+
 static int get_gpu_freq(char* buf, int32_t use) {
-    FILE* fp = fnode_rewind(FNODE_GPU_CUR_FREQ);
-    if (fp == nullptr) return -EINVAL;
-    unsigned int cur = 0;
-    if (fscanf(fp, "%u", &cur) != 1) cur = 0;
+    char node[NODE_BUF_LEN];
+    ssize_t len = fnode_read(FNODE_GPU_CUR_FREQ, node, sizeof(node));
+    if (len < 0) return -EINVAL;
+    unsigned int cur = node_parse_u32(node, (size_t)len);
     int ret = record_appendf(buf, use, "%lu,", (unsigned long)cur);
     if (ret < 0) return ret;
     use = record_advance(use, ret);
 
-    fp = fnode_rewind(FNODE_GPU_TRANS_STAT);
-    if (fp == nullptr) return -EINVAL;
-    uint64_t delta = gpu_time_at(fp, cur);
+    len = fnode_read(FNODE_GPU_TRANS_STAT, node, sizeof(node));
+    if (len < 0) return -EINVAL;
+    uint64_t delta = gpu_parse_trans_stat(node, (size_t)len, cur);
     int ret2 = record_appendf(buf, use, "%lu,", (unsigned long)delta);
     if (ret2 < 0) return ret2;
     return ret + ret2;
 }
 
 static int get_gpu_load(char* buf, int32_t use) {
-    FILE* fp = fnode_rewind(FNODE_GPU_BUSY);
-    if (fp == nullptr) return -EINVAL;
+    char node[NODE_BUF_LEN];
+    ssize_t len = fnode_read(FNODE_GPU_BUSY, node, sizeof(node));
+    if (len < 0) return -EINVAL;
     unsigned int busy = 0, total = 0;
-    int ret = fscanf(fp, "%u %u", &busy, &total);
+    int ret = gpu_parse_busy(node, (size_t)len, &busy, &total);
     if (ret < 0) return ret;
     float load = total != 0 ? (float)busy * 100.0f / (float)total : 0.0f;
     return record_appendf(buf, use, "%.2f,", load);

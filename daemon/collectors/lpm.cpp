@@ -14,6 +14,8 @@
 
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
+#include "collectors/node_parsers.h"
+#include "collectors/node_reader.h"
 #include "collectors/tokens.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
@@ -26,15 +28,10 @@
 #define LPM_SUBSYS_COUNT 10
 #define LPM_WLAN_PATHS 8
 
-#define LPM_LINE_LEN 1024
 #define LPM_NAME_LEN 7
 #define LPM_FIELD_LEN 20
 #define LPM_NUM_LEN 40
-#define LPM_RPM_SLOTS 5
-#define LPM_RPM_SLOT_LEN 30
 #define LPM_RPM_TEXT_LEN 200
-#define LPM_WLAN_SLOTS 7
-#define LPM_WLAN_SLOT_LEN 50
 #define LPM_WLAN_TEXT_LEN 200
 #define LPM_WLAN_NUM_LEN 80
 
@@ -148,8 +145,42 @@ static void squeeze_blanks(char* line) {
     *out = '\0';
 }
 
+void lpm_parse_last_line(const char* data, size_t len, char* line) {
+    mem_stream in = mem_open(data, len);
+    while (mem_gets(line, LPM_LINE_LEN, &in) != nullptr) strip_newline(line);
+}
+
+void lpm_parse_sleep_stats(const char* data, size_t len, int row, char (*slots)[LPM_RPM_SLOT_LEN]) {
+    char line[LPM_LINE_LEN];
+    memset(line, 0, sizeof(line));
+    mem_stream in = mem_open(data, len);
+    int nslots = 0;
+    while (mem_gets(line, sizeof(line), &in) != nullptr) {
+        strip_newline(line);
+        TLOGD_FN(TAG_POWER, "get_lpm_rpm_stats", "%s() %d: while orginal rpm_states:%d %s ", row,
+                 line);
+        if (nslots < LPM_RPM_SLOTS) {
+            copy_bounded(slots[nslots], split_stats_string(line, "="), LPM_RPM_SLOT_LEN);
+            nslots++;
+        }
+    }
+}
+
+void lpm_parse_wlan(const char* data, size_t len, char (*slots)[LPM_WLAN_SLOT_LEN]) {
+    char line[LPM_LINE_LEN];
+    memset(line, 0, sizeof(line));
+    mem_stream in = mem_open(data, len);
+    for (int k = 0; k < LPM_WLAN_SLOTS; k++) {
+        if (mem_gets(line, sizeof(line), &in) == nullptr) break;
+        strip_newline(line);
+        copy_bounded(slots[k], split_stats_string(line, ":"), LPM_WLAN_SLOT_LEN);
+        TLOGD_FN(TAG_POWER, "get_lpm_wcnss_stats", "%s() %d:  wcnss_states:%s %s ", line, slots[k]);
+    }
+}
+
 // One part per CPU power domain: its name, its latest idle-state line and the six state deltas.
 static int32_t get_lpm_cpu_stats(char* rec, int32_t* use) {
+    char node[NODE_BUF_LEN];
     char name[LPM_NAME_LEN];
     char line[LPM_LINE_LEN];
     char copy[LPM_LINE_LEN];
@@ -168,13 +199,13 @@ static int32_t get_lpm_cpu_stats(char* rec, int32_t* use) {
         memset(line, 0, sizeof(line));
         memset(state, 0, sizeof(state));
         memset(count, 0, sizeof(count));
-        FILE* fp = fnode_rewind(FNODE_LPM_BASE + i);
-        if (fp == nullptr) {
+        ssize_t len = fnode_read(FNODE_LPM_BASE + i, node, NODE_BUF_LEN);
+        if (len < 0) {
             TLOGD(TAG_POWER, "%s() %d: get_lpm_cpu_stats if !fp ");
             return -EINVAL;
         }
         // The file ends with the state that was entered last; only that line is used.
-        while (fgets(line, sizeof(line), fp) != nullptr) strip_newline(line);
+        lpm_parse_last_line(node, (size_t)len, line);
         squeeze_blanks(line);
         TLOGD(TAG_POWER, "%s() %d: get_lpm_cpu_stats idle_states:%d %s ", i, line);
 
@@ -214,7 +245,7 @@ static int32_t get_lpm_cpu_stats(char* rec, int32_t* use) {
 // One part per readable subsystem file: label, count, entry and exit times, accumulated
 // duration, then the count delta and the duration delta in seconds.
 static int32_t get_lpm_rpm_stats(char* rec, int32_t* use) {
-    char line[LPM_LINE_LEN];
+    char node[NODE_BUF_LEN];
     char slots[LPM_RPM_SLOTS][LPM_RPM_SLOT_LEN];
     char rpm_states[LPM_RPM_TEXT_LEN];
     char copy[LPM_RPM_TEXT_LEN];
@@ -233,24 +264,15 @@ static int32_t get_lpm_rpm_stats(char* rec, int32_t* use) {
         *use += ret;
         LPM_HNDL_LOGD("%s() %d:  rpm use:%d buflen:%d", *use, RECORD_BUFLEN);
 
-        memset(line, 0, sizeof(line));
         memset(slots, 0, sizeof(slots));
         memset(count, 0, sizeof(count));
         memset(duration, 0, sizeof(duration));
-        FILE* fp = fnode_rewind(FNODE_LPM_BASE + r);
-        if (fp == nullptr) {
+        ssize_t len = fnode_read(FNODE_LPM_BASE + r, node, NODE_BUF_LEN);
+        if (len < 0) {
             TLOGD(TAG_POWER, "%s() %d: if !fp ");
             return -EINVAL;
         }
-        int nslots = 0;
-        while (fgets(line, sizeof(line), fp) != nullptr) {
-            strip_newline(line);
-            TLOGD(TAG_POWER, "%s() %d: while orginal rpm_states:%d %s ", r, line);
-            if (nslots < LPM_RPM_SLOTS) {
-                copy_bounded(slots[nslots], split_stats_string(line, "="), LPM_RPM_SLOT_LEN);
-                nslots++;
-            }
-        }
+        lpm_parse_sleep_stats(node, (size_t)len, r, slots);
 
         memset(rpm_states, 0, sizeof(rpm_states));
         for (int s = 0; s < 4; s++) cat_bounded(rpm_states, slots[s], sizeof(rpm_states));
@@ -301,7 +323,7 @@ static void wlan_close(struct fnode* row) {
 // The WLAN part, written at `use` without moving it. Returns its length (0 when there is no WLAN
 // text) or a negative result.
 static int32_t get_lpm_wcnss_stats(char* rec, int32_t use) {
-    char line[LPM_LINE_LEN];
+    char node[NODE_BUF_LEN];
     char slots[LPM_WLAN_SLOTS][LPM_WLAN_SLOT_LEN];
     char wcnss_report[LPM_WLAN_TEXT_LEN];
     char copy[LPM_WLAN_TEXT_LEN];
@@ -310,7 +332,6 @@ static int32_t get_lpm_wcnss_stats(char* rec, int32_t use) {
     struct fnode* row = &g_fnode_table[FNODE_LPM_BASE + FNODE_LPM_WLAN];
 
     LPM_HNDL_LOGD("%s() %d:  wcnss use:%d buflen:%d", use, RECORD_BUFLEN);
-    memset(line, 0, sizeof(line));
     memset(slots, 0, sizeof(slots));
     memset(wcnss_report, 0, sizeof(wcnss_report));
     memset(fields, 0, sizeof(fields));
@@ -328,22 +349,16 @@ static int32_t get_lpm_wcnss_stats(char* rec, int32_t use) {
         TLOGD(TAG_POWER, "%s() %d:  fnode->path==NULL ");
         return 0;
     }
-    // The stream lives only within this call; drop one that something else left open.
+    // The file is opened, read whole and closed at once; the row holds no stream between calls.
     wlan_close(row);
-    row->fp = fopen(row->path, "r");
-    if (row->fp == nullptr) {
+    ssize_t got = node_read_path(row->path, node, NODE_BUF_LEN);
+    if (got < 0) {
         TLOGD(TAG_POWER, "%s() %d:  fp==NULL ");
         return 0;
     }
     TLOGD(TAG_POWER, "%s() %d:  fp!=NULL ");
-    fseek(row->fp, 0, SEEK_SET);
+    lpm_parse_wlan(node, (size_t)got, slots);
 
-    for (int k = 0; k < LPM_WLAN_SLOTS; k++) {
-        if (fgets(line, sizeof(line), row->fp) == nullptr) break;
-        strip_newline(line);
-        copy_bounded(slots[k], split_stats_string(line, ":"), LPM_WLAN_SLOT_LEN);
-        TLOGD(TAG_POWER, "%s() %d:  wcnss_states:%s %s ", line, slots[k]);
-    }
     // Lines three to six hold sleep time, total on time, sleep-enter counter and timestamp.
     for (int k = 2; k <= 5; k++) cat_bounded(wcnss_report, slots[k], sizeof(wcnss_report));
     TLOGD(TAG_POWER, "%s() %d:  wcnss_report.size:%d ", (int)strlen(wcnss_report));

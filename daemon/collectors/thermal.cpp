@@ -18,6 +18,8 @@
 
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
+#include "collectors/node_parsers.h"
+#include "collectors/node_reader.h"
 #include "collectors/thermal_groups.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
@@ -39,16 +41,19 @@
 #define THERMAL_FLAG_COOLING (THERMAL_FLAG_ALL | 0x2ULL)
 #define THERMAL_FLAG_CPUINFO (THERMAL_FLAG_ALL | 0x4ULL)
 
-// CPUs whose clock goes into the clock record: 0, 6 and 7.
-#define THERMAL_CPU_MASK 0xC1u
-#define THERMAL_CPU_SLOTS 8
-
 #define THERMAL_NAME_LEN 1024
-#define THERMAL_PATH_LEN 256
+#define THERMAL_PATH_LEN 72
+#define THERMAL_NODE_LEN 4096
 #define THERMAL_RECORD_LEN 16384
 #define THERMAL_CLOCK_RECORD_LEN 4096
 
 namespace {
+
+// A marked zone or cooling device: its temp or cur_state path and its type path.
+struct thermal_node {
+    char value_path[THERMAL_PATH_LEN];
+    char type_path[THERMAL_PATH_LEN];
+};
 
 struct thermal_state {
     int32_t num_cpu;
@@ -62,48 +67,100 @@ struct thermal_state {
     int32_t num_zone_groups;
     thermal_cooling_group* cooling_groups;
     int32_t num_cooling_groups;
+    // The marked zones and cooling devices in index order, with their paths built at init.
+    thermal_node* zones;
+    int32_t num_zones;
+    thermal_node* coolings;
+    int32_t num_coolings;
 };
 
 thermal_state g_thermal;
 
 }  // namespace
 
-__attribute__((format(scanf, 2, 3))) static int32_t thermal_scan_node(const char* path,
-                                                                      const char* format, ...);
-
-// Opens `path`, scans it once with `format` into the destinations and closes it. Returns 0, -1
-// when the node cannot be opened, or the scan's negative result at end of file or on error.
-static int32_t thermal_scan_node(const char* path, const char* format, ...) {
-    FILE* fp = fopen(path, "re");
-    if (fp == nullptr) return -1;
-
-    va_list ap;
-    va_start(ap, format);
-    errno = 0;
-    int ret = vfscanf(fp, format, ap);
-    // A plain end of file leaves errno alone: report it as a node without data, not as whatever
-    // failed last somewhere else.
+// Opens `path`, reads it in one go, closes it and runs `scan` over its bytes once. Returns 0, -1
+// when the node cannot be opened, or the scan's negative result when the node held nothing to
+// scan (end of file or a read error). A scan that converts nothing is a read that worked: the
+// destination keeps what it held.
+template <typename Scan>
+static int32_t thermal_scan_node(const char* path, Scan scan) {
+    char buf[THERMAL_NODE_LEN];
+    ssize_t len = node_read_path(path, buf, sizeof(buf));
+    if (len < 0) return -1;
+    // A plain end of file has no error of its own: report it as a node without data.
     int err = errno != 0 ? errno : ENODATA;
-    va_end(ap);
-    fclose(fp);
-
+    mem_stream in = mem_open(buf, (size_t)len);
+    int ret = scan(&in);
     if (ret < 0) {
-        TLOGE(TAG_THERMAL, "%s() %d: scan node error %s: %s\n", path, strerror(err));
+        TLOGE_FN(TAG_THERMAL, "thermal_scan_node", "%s() %d: scan node error %s: %s\n", path,
+                 strerror(err));
         return ret;
     }
     return 0;
 }
 
-// Reads the one-word type name of a zone or cooling device. A name that does not fit into the
-// buffer counts as unreadable: matching only its beginning could put the node into the wrong
-// group (a cut-off "_kr" suffix, for one).
+static int scan_i32(mem_stream* in, int32_t* value) {
+    long long v = 0;
+    int ret = mem_scan_ll(in, &v);
+    if (ret == 1) *value = (int32_t)v;
+    return ret;
+}
+
+static int scan_ulong(mem_stream* in, unsigned long* value) {
+    unsigned long long v = 0;
+    int ret = mem_scan_ull(in, &v);
+    if (ret == 1) *value = (unsigned long)v;
+    return ret;
+}
+
+// "%1023s%c": the name and the byte after it ('\0' when there is none).
+static int scan_type(mem_stream* in, char* name, char* next) {
+    int ret = mem_scan_word(in, name, THERMAL_NAME_LEN - 1);
+    if (ret != 1) return ret;
+    int c = mem_getc(in);
+    if (c == EOF) return 1;
+    *next = (char)c;
+    return 2;
+}
+
+// A name that does not fit into the buffer counts as unreadable: matching only its beginning
+// could put the node into the wrong group (a cut-off "_kr" suffix, for one).
+static bool type_fits(char next) {
+    return next == '\0' || isspace(static_cast<unsigned char>(next));
+}
+
+int thermal_parse_i32(const char* data, size_t len, int32_t* value) {
+    mem_stream in = mem_open(data, len);
+    return scan_i32(&in, value);
+}
+
+int thermal_parse_ulong(const char* data, size_t len, unsigned long* value) {
+    mem_stream in = mem_open(data, len);
+    return scan_ulong(&in, value);
+}
+
+int thermal_parse_ll(const char* data, size_t len, long long* value) {
+    mem_stream in = mem_open(data, len);
+    return mem_scan_ll(&in, value);
+}
+
+int thermal_parse_type(const char* data, size_t len, char* name) {
+    char next = '\0';
+    name[0] = '\0';
+    mem_stream in = mem_open(data, len);
+    if (scan_type(&in, name, &next) < 0 || name[0] == '\0' || !type_fits(next)) return -1;
+    return 0;
+}
+
+// Reads the one-word type name of a zone or cooling device into `name`.
 static int32_t thermal_read_type(const char* path, char (&name)[THERMAL_NAME_LEN]) {
     char next = '\0';
     name[0] = '\0';
-    int32_t ret = thermal_scan_node(path, "%1023s%c", name, &next);
+    int32_t ret =
+        thermal_scan_node(path, [&](mem_stream* in) { return scan_type(in, name, &next); });
     if (ret < 0) return ret;
     if (name[0] == '\0') return -1;
-    if (next != '\0' && !isspace(static_cast<unsigned char>(next))) {
+    if (!type_fits(next)) {
         TLOGE(TAG_THERMAL, "%s() %d: type name too long in %s\n", path);
         return -1;
     }
@@ -150,8 +207,33 @@ static int32_t thermal_count_nodes() {
 static void thermal_free_marks() {
     free(g_thermal.zone_marks);
     free(g_thermal.cooling_marks);
+    free(g_thermal.zones);
+    free(g_thermal.coolings);
     g_thermal.zone_marks = nullptr;
     g_thermal.cooling_marks = nullptr;
+    g_thermal.zones = nullptr;
+    g_thermal.coolings = nullptr;
+    g_thermal.num_zones = 0;
+    g_thermal.num_coolings = 0;
+}
+
+// The paths of the indices below `count` that `marks` marks, built once so that the handler
+// reads them without formatting a path: "<prefix><i>/<value>" and "<prefix><i>/type".
+static thermal_node* thermal_mark_paths(const int32_t* marks, int32_t count, const char* prefix,
+                                        const char* value, int32_t* num) {
+    *num = 0;
+    int32_t marked = 0;
+    for (int32_t i = 0; i < count; i++) marked += marks[i] == 1;
+    size_t n = marked > 0 ? static_cast<size_t>(marked) : 1;
+    thermal_node* nodes = static_cast<thermal_node*>(calloc(n, sizeof(thermal_node)));
+    if (nodes == nullptr) return nullptr;
+    for (int32_t i = 0; i < count; i++) {
+        if (marks[i] != 1) continue;
+        thermal_node* node = &nodes[(*num)++];
+        snprintf(node->value_path, sizeof(node->value_path), "%s%d/%s", prefix, i, value);
+        snprintf(node->type_path, sizeof(node->type_path), "%s%d/type", prefix, i);
+    }
+    return nodes;
 }
 
 static int32_t* thermal_alloc_marks(int32_t count) {
@@ -213,6 +295,12 @@ int32_t collect_thermal_stats_init() {
     if (g_thermal.zone_marks == nullptr || g_thermal.cooling_marks == nullptr) return -1;
 
     thermal_zone_device_init();
+    g_thermal.zones = thermal_mark_paths(g_thermal.zone_marks, g_thermal.num_sensor,
+                                         THERMAL_ZONE_PREFIX, "temp", &g_thermal.num_zones);
+    g_thermal.coolings =
+        thermal_mark_paths(g_thermal.cooling_marks, g_thermal.num_tz, THERMAL_COOLING_PREFIX,
+                           "cur_state", &g_thermal.num_coolings);
+    if (g_thermal.zones == nullptr || g_thermal.coolings == nullptr) return -1;
 
     TLOGD(TAG_THERMAL, "%s() %d: num_tz %d, num_cpu %d, num_cfg_node = %d\n", g_thermal.num_tz,
           g_thermal.num_cpu, g_thermal.num_cfg_node);
@@ -226,7 +314,6 @@ int32_t collect_thermal_stats_exit() {
 
 static void thermal_collect_cooling_device_hndl() {
     char record[THERMAL_RECORD_LEN] = {0};
-    char path[THERMAL_PATH_LEN];
     char type[THERMAL_NAME_LEN];
     int32_t use = 0;
     thermal_cooling_group* groups = g_thermal.cooling_groups;
@@ -234,17 +321,17 @@ static void thermal_collect_cooling_device_hndl() {
 
     for (int32_t g = 0; g < ngroups; g++) groups[g].value = 0;
 
-    for (int32_t i = 0; i < g_thermal.num_tz; i++) {
-        if (g_thermal.cooling_marks == nullptr || g_thermal.cooling_marks[i] != 1) continue;
-
-        unsigned long state = 0;
-        snprintf(path, sizeof(path), "%s%d/cur_state", THERMAL_COOLING_PREFIX, i);
-        if (thermal_scan_node(path, "%lu", &state) != 0) {
+    // One state for the whole part: a device whose cur_state holds no number keeps the state read
+    // for the device before it.
+    unsigned long state = 0;
+    for (int32_t n = 0; n < g_thermal.num_coolings; n++) {
+        const thermal_node* node = &g_thermal.coolings[n];
+        if (thermal_scan_node(node->value_path,
+                              [&](mem_stream* in) { return scan_ulong(in, &state); }) != 0) {
             TLOGE(TAG_THERMAL, "%s() %d: read cooling state error\n");
             state = 0;
         }
-        snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
-        if (thermal_read_type(path, type) != 0) continue;
+        if (thermal_read_type(node->type_path, type) != 0) continue;
 
         // The raw type, comma and all, decides the group here.
         int g = thermal_match_cooling(groups, ngroups, type);
@@ -265,7 +352,6 @@ static void thermal_collect_cooling_device_hndl() {
 
 static void thermal_collect_thermalzone_hndl() {
     char record[THERMAL_RECORD_LEN] = {0};
-    char path[THERMAL_PATH_LEN];
     char type[THERMAL_NAME_LEN];
     int32_t use = 0;
     int32_t quiet_temp = 0;
@@ -275,17 +361,17 @@ static void thermal_collect_thermalzone_hndl() {
 
     for (int32_t g = 0; g < ngroups; g++) groups[g].value = 0;
 
-    for (int32_t i = 0; i < g_thermal.num_sensor; i++) {
-        if (g_thermal.zone_marks == nullptr || g_thermal.zone_marks[i] != 1) continue;
-
-        int32_t temp = 0;
-        snprintf(path, sizeof(path), "%s%d/temp", THERMAL_ZONE_PREFIX, i);
-        if (thermal_scan_node(path, "%d", &temp) != 0) {
+    // One temperature for the whole part: a zone whose temp holds no number keeps the temperature
+    // read for the zone before it.
+    int32_t temp = 0;
+    for (int32_t n = 0; n < g_thermal.num_zones; n++) {
+        const thermal_node* node = &g_thermal.zones[n];
+        if (thermal_scan_node(node->value_path,
+                              [&](mem_stream* in) { return scan_i32(in, &temp); }) != 0) {
             TLOGE(TAG_THERMAL, "%s() %d: read temp error\n");
             temp = 0;
         }
-        snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
-        if (thermal_read_type(path, type) != 0) continue;
+        if (thermal_read_type(node->type_path, type) != 0) continue;
 
         if (strcmp(type, "quiet-therm") == 0)
             quiet_temp = temp;
@@ -317,7 +403,8 @@ static void thermal_collect_thermalzone_hndl() {
         return;
 
     long long current = 0;
-    if (thermal_scan_node(THERMAL_BATTERY_CURRENT, "%lld", &current) == 0) {
+    if (thermal_scan_node(THERMAL_BATTERY_CURRENT,
+                          [&](mem_stream* in) { return mem_scan_ll(in, &current); }) == 0) {
         if (thermal_append(record, sizeof(record), &use, "current:%lld,", current / 1000) < 0)
             return;
     }
@@ -326,29 +413,39 @@ static void thermal_collect_thermalzone_hndl() {
     thermal_report(KPI_ID_THERMAL_ZONE, record, use);
 }
 
+// The CPUs whose clock goes into the clock record (0, 6 and 7) and their nodes.
+static const struct {
+    int32_t cpu;
+    const char* path;
+} kClockCpus[] = {
+    {0, THERMAL_CPU_PREFIX "0/cpufreq/scaling_cur_freq"},
+    {6, THERMAL_CPU_PREFIX "6/cpufreq/scaling_cur_freq"},
+    {7, THERMAL_CPU_PREFIX "7/cpufreq/scaling_cur_freq"},
+};
+
 static void thermal_collect_cpu_info_hndl() {
     char record[THERMAL_CLOCK_RECORD_LEN] = {0};
-    char path[THERMAL_PATH_LEN];
     int32_t use = 0;
 
-    for (int32_t cpu = 0; cpu < THERMAL_CPU_SLOTS; cpu++) {
-        if ((THERMAL_CPU_MASK & (1u << cpu)) == 0) continue;
+    for (const auto& c : kClockCpus) {
         unsigned long freq = 0;
-        snprintf(path, sizeof(path), "%s%d/cpufreq/scaling_cur_freq", THERMAL_CPU_PREFIX, cpu);
-        if (thermal_scan_node(path, "%lu", &freq) != 0) continue;
-        if (thermal_append(record, sizeof(record), &use, "CPU%d_freq:%d,", cpu,
+        if (thermal_scan_node(c.path, [&](mem_stream* in) { return scan_ulong(in, &freq); }) != 0)
+            continue;
+        if (thermal_append(record, sizeof(record), &use, "CPU%d_freq:%d,", c.cpu,
                            static_cast<int32_t>(freq)) < 0)
             return;
     }
 
     unsigned long hz = 0;
-    if (thermal_scan_node(THERMAL_GPU_CLOCK, "%lu", &hz) == 0) {
+    if (thermal_scan_node(THERMAL_GPU_CLOCK, [&](mem_stream* in) { return scan_ulong(in, &hz); }) ==
+        0) {
         if (thermal_append(record, sizeof(record), &use, "GPU(MHz):%d,",
                            static_cast<int32_t>(hz / 1000000)) < 0)
             return;
     }
     hz = 0;
-    if (thermal_scan_node(THERMAL_DDR_CLOCK, "%lu", &hz) == 0) {
+    if (thermal_scan_node(THERMAL_DDR_CLOCK, [&](mem_stream* in) { return scan_ulong(in, &hz); }) ==
+        0) {
         if (thermal_append(record, sizeof(record), &use, "DDR(MHz):%d,",
                            static_cast<int32_t>(hz / 1000000)) < 0)
             return;

@@ -126,6 +126,29 @@ TEST_F(Cpu, PolicyScanTakesEightDirectoriesAndReportsSeven) {
     EXPECT_EQ(reopen_nodes(), -ENOENT);
 }
 
+// /proc/stat is read in 511-character line pieces: the rest of a long all-CPU line is the first
+// line after it and counts toward the lines read, so the last CPU's line is not reached.
+TEST_F(Cpu, StatLinesAreLinePieces) {
+    std::filesystem::remove_all(kCpufreq);
+    write_policy(0, {100000}, 1024);
+    write_policy(7, {100000}, 1024);
+    write_file(kCpu + "/possible", "0-7\n");
+    ASSERT_EQ(reopen_nodes(), 0);
+    std::string first = "cpu ";
+    while (first.size() < 600) first += " 1";
+    std::string cpus;
+    for (int i = 0; i < 8; i++) cpus += "cpu" + std::to_string(i) + " 50 0 0 50 0 0 0 0 0 0\n";
+    write_file("/proc/stat", first + "\n" + cpus);
+    call(collect_cpu_stats_hndl);
+    cpus.clear();
+    for (int i = 0; i < 8; i++) cpus += "cpu" + std::to_string(i) + " 100 0 0 100 0 0 0 0 0 0\n";
+    write_file("/proc/stat", first + "\n" + cpus);
+    auto c = call(collect_cpu_stats_hndl);
+    ASSERT_EQ(c.records.size(), 2u);
+    EXPECT_EQ(c.records[0].substr(c.records[0].size() - 6), "50.00,");
+    EXPECT_EQ(c.records[1], "policy7,100000,0,0.00,");
+}
+
 TEST_F(Cpu, SizesBeyondTheTablesStayInBounds) {
     // 130 steps: only the first 128 are kept, so the last listed frequency read is step 127.
     std::filesystem::remove_all(kCpufreq);

@@ -112,20 +112,31 @@ TEST_F(TableNodes, GpuResidencyFollowsTheCurrentFrequency) {
     ASSERT_EQ(reopen_nodes(), 0);
     write_gpu(k585, {{k220, 1000}, {k300, 2900}, {k585, 9000}});
     EXPECT_EQ(gpu(), "GPU,585000000,0,12.00,");
+}
 
-    // 140 rows of 140 columns: every row is longer than a kilobyte, and the rows past the 128
-    // kept ones cannot be tracked.
-    Rows rows;
-    for (unsigned long long i = 1; i <= 140; i++) rows.push_back({i * 1000000, i});
-    write_gpu(5000000, rows);
+// The table is read in 1024-byte line pieces, and a piece's text ends at a NUL byte.
+TEST_F(TableNodes, GpuRowsAreLinePieces) {
+    const std::string head =
+        "     From  :   To\n           :" + col(k300) + col(k585) + "   time(ms)\n";
+    // The 300 MHz row runs past 1023 characters: its first piece ends in a transition count of
+    // 0, which is its time, and the rest is a row of its own. The 585 MHz row has a NUL after its
+    // time, and what follows the NUL is not part of the row.
+    auto write = [&](unsigned long long cur, unsigned long long t300, unsigned long long t585) {
+        std::string pad;
+        while (pad.size() < 1100) pad += "         0";
+        std::string text = head + "*" + col(k300) + ":" + pad + col(t300) + "\n " + col(k585) +
+                           ":" + col(1) + col(0) + col(t585) + std::string(1, '\0') +
+                           " 999\nTotal transition : 3\n";
+        write_file(kDevfreq + "/trans_stat", text);
+        write_file(kDevfreq + "/cur_freq", std::to_string(cur) + "\n");
+    };
     ASSERT_EQ(reopen_nodes(), 0);
-    gpu();
-    rows[4].second += 77;
-    rows[135].second += 5;
-    write_gpu(5000000, rows);
-    EXPECT_EQ(gpu(), "GPU,5000000,77,12.00,");
-    write_gpu(136000000, rows);
-    EXPECT_EQ(gpu(), "GPU,136000000,0,12.00,");
+    write(k300, 1000, 5000);
+    EXPECT_EQ(gpu(), "GPU,300000000,0,12.00,");
+    write(k300, 1700, 5000);
+    EXPECT_EQ(gpu(), "GPU,300000000,0,12.00,");  // the piece's time did not move
+    write(k585, 1700, 5250);
+    EXPECT_EQ(gpu(), "GPU,585000000,250,12.00,");
 }
 
 TEST_F(TableNodes, GpuLoad) {
@@ -134,6 +145,7 @@ TEST_F(TableNodes, GpuLoad) {
         {"0 0\n", "GPU,300000000,0,0.00,"},
         {"", "-1"},  // the read meets the end of the file
     };
+    ASSERT_EQ(reopen_nodes(), 0);  // first sight of every row: time 0
     write_gpu(k300, {{k300, 10}});
     for (auto& [busy, expected] : kLoads) {
         write_file(kBusy, busy);

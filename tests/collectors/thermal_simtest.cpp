@@ -173,6 +173,26 @@ TEST(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
     EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
 }
 
+// A node that opens but holds no number is a read that worked: the part's one temperature or
+// state keeps the value read for the node before it, 0 at the start of the part.
+TEST(ThermalTest, NodeWithoutNumberKeepsThePreviousReading) {
+    write_side_nodes();
+    restart({{"quiet-therm", 0}, {"gpuss-0", 61000}, {"cpuss-0", 0}, {"usb-therm", 0}},
+            {{"ddr-cdev", 0}, {"gpu", 4}, {"cdsp", 0}, {"battery", 0}});
+    for (int i : {0, 2, 3}) write_file(node("thermal_zone", i, "temp"), "n/a\n");
+    write_file(node("cooling_device", 0, "cur_state"), "n/a\n");
+    write_file(node("cooling_device", 2, "cur_state"), "n/a\n");
+    fs::remove(node("cooling_device", 3, "cur_state"));  // a failed read resets the state
+    EXPECT_EQ((Records{"cpu_pause: 0,cpu_hotplug: 0,cpu0: 0,cpu2: 0,cpu3: 0,cpu4: 0,cpu5: 0,"
+                       "cpu6: 0,cpu7: 0,gpu: 4,cdsp: 4,modem_kr: 0,modem: 0,ddr: 0,"
+                       "battery_current: 0,modem_vdd: 0,",
+                       "quiet-therm: 0,usb-therm: 61000,cpu-tj-max-temp: 61000,"
+                       "gpu-tj-max-temp: 61000,nsp-tj-temp: 0,ruz-tj-temp: 0,aoss-tj-temp: 0,"
+                       "camera-tj-temp: 0,ddr-tj-temp: 0,video-tj-temp: 0,bcl-lvl0: 0,"
+                       "bcl-lvl1: 0,bcl-lvl2: 0,socd: 0,skin-temp: 0,current:-1234,"}),
+              records(0x3));
+}
+
 TEST(ThermalTest, ClockRecordKeepsWhatCanBeRead) {
     fs::remove(cpu_freq(0));
     fs::remove(kDdrClock);
