@@ -15,6 +15,7 @@
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
 #include "collectors/gpu.h"
+#include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"

@@ -4,6 +4,7 @@
 #include <stdarg.h>
 #include <string.h>
 
+#include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"

@@ -10,7 +10,7 @@
 
 struct fnode {
     int32_t type;      // KPI id of the collector that reads the row; descriptive only
-    FILE* fp;          // open read-only stream, or null; read through its descriptor
+    FILE* fp;          // open read-only stream, or null; read through its descriptor only
     const char* path;  // null: never opened
 };
 
@@ -83,7 +83,3 @@ void fnode_close_all();
 // content's length, or -EINVAL when the row is not open. A node that cannot be read reads as
 // empty, as a stream read that fails reads as the end of the file.
 ssize_t fnode_read(int index, char* buf, size_t size);
-
-// The value of a node that holds one unsigned decimal, read with "%u": 0 when the text is not a
-// number.
-uint32_t node_parse_u32(const char* data, size_t len);

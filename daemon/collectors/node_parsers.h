@@ -6,8 +6,6 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "collectors/gpu.h"
-
 // Battery: the fields of the power-supply uevent file.
 #define BATTERY_FIELD_LEN 100
 struct battery_fields {
@@ -20,12 +18,22 @@ struct battery_fields {
 // Reads "KEY=VALUE" lines and fills the fields of the five known keys; the others are left.
 void battery_parse_uevent(const char* data, size_t len, battery_fields* out);
 
+// One unsigned decimal read with "%u" (DDR, brightness, GPU frequency): 0 when the text is not
+// a number.
+uint32_t node_parse_u32(const char* data, size_t len);
+
 // CPU: time_in_state of the cluster in `slot` as "%llu %llu" pairs: returns the time passed
 // since the previous reading and sets `weighted` to its capacity-weighted sum.
 uint64_t cpu_parse_time_in_state(int slot, const char* data, size_t len, uint64_t* weighted);
 // CPU: one utilisation reading per CPU (eight values) from /proc/stat, read in 512-byte line
 // pieces.
 void cpu_parse_stat(const char* data, size_t len, float* util);
+
+// GPU: the residency of `cur_freq` from the transition table, read in 1024-byte line pieces: the
+// growth of its row's time since the GPU was last seen at it, 0 when unknown.
+uint64_t gpu_parse_trans_stat(const char* data, size_t len, uint64_t cur_freq);
+// GPU: the gpubusy node read with "%u %u": the scan's result (2, 1, 0 or EOF).
+int gpu_parse_busy(const char* data, size_t len, unsigned* busy, unsigned* total);
 
 // Frame rate: the rate of the node's last 1024-byte line piece.
 double fps_parse(const char* data, size_t len);
