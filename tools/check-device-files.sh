@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # make check-device-files: what can be checked here of the device build's files.
-#  - Android.bp: formatted as bpfmt formats it, arrays sorted (a syntax error fails too).
+#  - Android.bp: formatted as bpfmt formats it, arrays sorted (a syntax error fails too); the
+#    files it names one by one exist.
 #  - sepolicy/: compiled with m4 and checkpolicy on top of the small platform stand-in in
 #    sepolicy/check/, once as a user build and once as a userdebug build; every context of
 #    file_contexts and property_contexts must name a declared type; types in file_contexts
@@ -14,6 +15,11 @@ fail() { echo "check-device-files: $*" >&2; exit 1; }
 for bp in $(git ls-files '*.bp' 2>/dev/null || echo Android.bp); do
     diff=$(bpfmt -s -d "$bp") || fail "$bp does not parse"
     [ -z "$diff" ] || { echo "$diff"; fail "$bp is not formatted (bpfmt -s -w $bp)"; }
+    # Files named one by one (not through a glob) must exist: a renamed test breaks the device
+    # build, which nothing here runs.
+    for f in $(grep -v '^ *//' "$bp" | grep -oE '"[a-z][^"*]*\.(cpp|proto|rc)"' | tr -d '"'); do
+        [ -e "$(dirname "$bp")/$f" ] || fail "$bp names $f, which does not exist"
+    done
 done
 
 out=$(mktemp -d)
