@@ -2,6 +2,7 @@
 # make check-device-files: what can be checked here of the device build's files.
 #  - Android.bp: formatted as bpfmt formats it, arrays sorted (a syntax error fails too); the
 #    files it names one by one exist.
+#  - tarn_stats.rc: its user and groups are those of config.fs or known platform groups.
 #  - sepolicy/: compiled with m4 and checkpolicy on top of the small platform stand-in in
 #    sepolicy/check/, once as a user build and once as a userdebug build; every context of
 #    file_contexts and property_contexts must name a declared type; types in file_contexts
@@ -20,6 +21,20 @@ for bp in $(git ls-files '*.bp' 2>/dev/null || echo Android.bp); do
     for f in $(grep -v '^ *//' "$bp" | grep -oE '"[a-z][^"*]*\.(cpp|proto|rc)"' | tr -d '"'); do
         [ -e "$(dirname "$bp")/$f" ] || fail "$bp names $f, which does not exist"
     done
+done
+
+# The service's user and the data directory's owner are the vendor user that config.fs defines;
+# its groups are that user's or platform groups.
+own=$(sed -n 's/^\[AID_\(VENDOR_[A-Z0-9_]*\)\]$/\1/p' config.fs | tr 'A-Z' 'a-z')
+[ -n "$own" ] || fail "config.fs defines no vendor user"
+for name in $(awk '$1 == "user" { print $2 } $1 == "mkdir" { print $4, $5 }' tarn_stats.rc); do
+    [ "$name" = "$own" ] || fail "tarn_stats.rc names the user $name, not $own of config.fs"
+done
+for name in $(awk '$1 == "group" { $1 = ""; print }' tarn_stats.rc); do
+    case " $own system media_rw readproc " in
+        *" $name "*) ;;
+        *) fail "tarn_stats.rc names the group $name, which is neither $own nor a known one" ;;
+    esac
 done
 
 out=$(mktemp -d)
