@@ -1,11 +1,16 @@
 # make demo: run the daemon on the simulated phone8 device.
 # make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
 # make bench: time each collector's handler, a whole tick and the record upload on phone8.
+# make test-arm64: cross-build for AArch64 and run every test under qemu user-mode emulation.
+# make check-aosp: compile the daemon against the genuine AOSP log and cutils headers, link it
+#   against the genuine liblog.
+# make check-device-files: Android.bp formatting and the SELinux policy's syntax.
 JOBS ?= 2
 BUILD ?= build
 ASAN_BUILD ?= build-asan
 
-.PHONY: all deps build build-asan test test-asan demo bench clean
+.PHONY: all deps build build-asan test test-asan test-arm64 check-aosp check-device-files demo \
+	bench clean
 
 all: build
 
@@ -24,6 +29,15 @@ test: build build-asan
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
 	@cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
 
+test-arm64:
+	@JOBS=$(JOBS) bash tools/test-arm64.sh
+
+check-aosp:
+	@JOBS=$(JOBS) bash tools/check-aosp.sh
+
+check-device-files:
+	@bash tools/check-device-files.sh
+
 demo: build
 	@bash sim/demo.sh
 
@@ -37,4 +51,4 @@ bench: deps
 		|| { tail -n 5 $(BUILD)/bench/tarn_bench.log; exit 1; }
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) build-arm64 build-aosp

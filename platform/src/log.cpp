@@ -45,19 +45,8 @@ void write_stderr(const char* buf, size_t len) {
     }
 }
 
-}  // namespace
-
-extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
-    int saved_errno = errno;  // callers log strerror(errno) and may test errno afterwards
-    char text[kTextMax + 1];
-    text[0] = '\0';
-    if (fmt != nullptr) {
-        va_list ap;
-        va_start(ap, fmt);
-        vsnprintf(text, sizeof(text), fmt, ap);
-        va_end(ap);
-    }
-
+// Writes `text` under `tag`, one prefixed line per line of text.
+void write_message(int prio, const char* tag, const char* text) {
     timeval tv;
     gettimeofday(&tv, nullptr);
     time_t secs = tv.tv_sec;
@@ -98,6 +87,29 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
         line = nl != nullptr ? nl + 1 : end;
     } while (line < end);
     write_stderr(out, used);
+}
+
+}  // namespace
+
+// Every entry point keeps errno: callers log strerror(errno) and may test errno afterwards.
+extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
+    int saved_errno = errno;
+    char text[kTextMax + 1];
+    text[0] = '\0';
+    if (fmt != nullptr) vsnprintf(text, sizeof(text), fmt, ap);
+    write_message(prio, tag, text);
     errno = saved_errno;
     return 1;
+}
+
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    int ret = __android_log_vprint(prio, tag, fmt, ap);
+    va_end(ap);
+    return ret;
+}
+
+extern "C" int __android_log_write(int prio, const char* tag, const char* text) {
+    return __android_log_print(prio, tag, "%s", text != nullptr ? text : "");
 }

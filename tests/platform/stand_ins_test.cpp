@@ -1,7 +1,10 @@
 // The logging and property stand-ins.
+#define LOG_TAG "TARN_TEST"
+#define LOG_NDEBUG 1
 #include <android/log.h>
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
+#include <log/log.h>
 #include <stdlib.h>
 #include <sys/system_properties.h>
 #include <unistd.h>
@@ -35,20 +38,36 @@ static_assert(ANDROID_LOG_DEBUG == 3 && ANDROID_LOG_WARN == 5 && ANDROID_LOG_ERR
 
 const std::regex kLine(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +(\d+) +(\d+) ([VDIWEF?]) (\S+) *: (.*))");
 
+void vprint(int prio, const char* fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    __android_log_vprint(prio, "V", fmt, ap);
+    va_end(ap);
+}
+
 TEST(LogTest, ThreadtimeLinesOnStderr) {
-    std::string text = capture_stderr([] {
+    int evaluated = 0;
+    std::string text = capture_stderr([&evaluated] {
         __android_log_print(ANDROID_LOG_WARN, "TARN_STATS_MAIN", "%s() %d: hello", "main", 42);
         __android_log_print(ANDROID_LOG_DEBUG, "TARN_STATS", "ends in a newline\n");
         __android_log_print(ANDROID_LOG_ERROR, "TARN_STATS", "two\nlines");
         __android_log_print(ANDROID_LOG_INFO, "T", "%s", "");
+        __android_log_write(ANDROID_LOG_WARN, "W", "100% as written");
+        vprint(ANDROID_LOG_DEBUG, "%d-%s", 7, "x");
+        ALOGE("tagged %d", 1);
+        ALOGV("compiled out %d", ++evaluated);
     });
+    EXPECT_EQ(0, evaluated);
     std::vector<std::string> lines = tarn_test::split_lines(text);
-    ASSERT_EQ(5u, lines.size()) << text;
+    ASSERT_EQ(8u, lines.size()) << text;
     const char* expected[][3] = {{"W", "TARN_STATS_MAIN", "main() 42: hello"},
                                  {"D", "TARN_STATS", "ends in a newline"},
                                  {"E", "TARN_STATS", "two"},
                                  {"E", "TARN_STATS", "lines"},
-                                 {"I", "T", ""}};
+                                 {"I", "T", ""},
+                                 {"W", "W", "100% as written"},
+                                 {"D", "V", "7-x"},
+                                 {"E", "TARN_TEST", "tagged 1"}};
     for (size_t i = 0; i < lines.size(); ++i) {
         std::smatch m;
         ASSERT_TRUE(std::regex_match(lines[i], m, kLine)) << lines[i];

@@ -64,7 +64,7 @@ TEST(WireTest, FramesSurviveByteByByteDeliveryAndBrokenOnesFail) {
         std::string bytes;
         int error;
     } cases[] = {{std::string{10, 0, 0, 0, 1, 0, 0, 0, 'x'}, ECONNRESET},  // cut short
-                 {std::string{-1, -1, -1, 0x7f, 1, 0, 0, 0}, EPROTO}};     // oversized
+                 {std::string("\xff\xff\xff\x7f\x01\0\0\0", 8), EPROTO}};  // oversized
     for (const auto& c : cases) {
         SocketPair broken;
         write_all(broken.fd[1], c.bytes.data(), c.bytes.size());

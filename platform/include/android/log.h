@@ -1,6 +1,8 @@
 // Host stand-in for the NDK logging header: the subset of <android/log.h> that the daemon uses.
 #pragma once
 
+#include <stdarg.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -17,8 +19,11 @@ typedef enum android_LogPriority {
     ANDROID_LOG_SILENT,
 } android_LogPriority;
 
+int __android_log_write(int prio, const char* tag, const char* text);
 int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 3, 4)));
+int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap)
+    __attribute__((format(printf, 3, 0)));
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,67 @@
+#!/usr/bin/env bash
+# make check-device-files: what can be checked here of the device build's files.
+#  - Android.bp: formatted as bpfmt formats it, arrays sorted (a syntax error fails too); the
+#    files it names one by one exist.
+#  - tarn_stats.rc: its user and groups are those of config.fs or known platform groups.
+#  - sepolicy/: compiled with m4 and checkpolicy on top of the small platform stand-in in
+#    sepolicy/check/, once as a user build and once as a userdebug build; every context of
+#    file_contexts and property_contexts must name a declared type; types in file_contexts
+#    must be file types. The device build, with the platform's whole policy, is the real check.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash tools/install-deps.sh checks
+
+fail() { echo "check-device-files: $*" >&2; exit 1; }
+
+for bp in $(git ls-files '*.bp' 2>/dev/null || echo Android.bp); do
+    diff=$(bpfmt -s -d "$bp") || fail "$bp does not parse"
+    [ -z "$diff" ] || { echo "$diff"; fail "$bp is not formatted (bpfmt -s -w $bp)"; }
+    # Files named one by one (not through a glob) must exist: a renamed test breaks the device
+    # build, which nothing here runs.
+    for f in $(grep -v '^ *//' "$bp" | grep -oE '"[a-z][^"*]*\.(cpp|proto|rc)"' | tr -d '"'); do
+        [ -e "$(dirname "$bp")/$f" ] || fail "$bp names $f, which does not exist"
+    done
+done
+
+# The service's user and the data directory's owner are the vendor user that config.fs defines;
+# its groups are that user's or platform groups.
+own=$(sed -n 's/^\[AID_\(VENDOR_[A-Z0-9_]*\)\]$/\1/p' config.fs | tr 'A-Z' 'a-z')
+[ -n "$own" ] || fail "config.fs defines no vendor user"
+for name in $(awk '$1 == "user" { print $2 } $1 == "mkdir" { print $4, $5 }' tarn_stats.rc); do
+    [ "$name" = "$own" ] || fail "tarn_stats.rc names the user $name, not $own of config.fs"
+done
+for name in $(awk '$1 == "group" { $1 = ""; print }' tarn_stats.rc); do
+    case " $own system media_rw readproc " in
+        *" $name "*) ;;
+        *) fail "tarn_stats.rc names the group $name, which is neither $own nor a known one" ;;
+    esac
+done
+
+out=$(mktemp -d)
+trap 'rm -rf "$out"' EXIT
+pol=sepolicy
+chk=sepolicy/check
+for variant in user userdebug; do
+    conf=$out/policy.$variant.conf
+    m4 -E -D target_build_variant="$variant" -s $chk/global_macros $chk/te_macros \
+        $chk/security_classes $chk/initial_sids $chk/access_vectors $chk/mls $chk/platform.te \
+        $pol/*.te $chk/restrictions.te $chk/users $pol/genfs_contexts >"$conf" ||
+        fail "m4 failed on the $variant policy"
+    checkpolicy -M -c 30 -o "$out/policy.$variant" "$conf" >"$out/log" 2>&1 ||
+        { cat "$out/log"; fail "the $variant policy does not compile"; }
+done
+
+# Each context of the two contexts files becomes a genfscon line of a throwaway file system, so
+# that checkpolicy validates it against the policy (user, role, type, level).
+awk 'NF && $1 !~ /^#/ { n++; print "genfscon tarn_check /" n, $2 }' \
+    $pol/file_contexts $pol/property_contexts >"$out/contexts"
+cat "$out/policy.userdebug.conf" "$out/contexts" >"$out/contexts.conf"
+checkpolicy -M -c 30 -o "$out/contexts.bin" "$out/contexts.conf" >"$out/log" 2>&1 ||
+    { cat "$out/log"; fail "a context of file_contexts or property_contexts is not valid"; }
+awk 'NF && $1 !~ /^#/ && (NF < 2 || NF > 4 || (NF > 2 && $3 !~ /^(exact|prefix)$/)) {
+         print FILENAME ": " $0; bad = 1 } END { exit bad }' $pol/property_contexts ||
+    fail "property_contexts lines are: name context [exact|prefix] [type]"
+for t in $(awk 'NF && $1 !~ /^#/ { split($2, c, ":"); print c[3] }' $pol/file_contexts); do
+    grep -Eq "^type $t,.*\bfile_type\b" $pol/*.te || fail "$t of file_contexts is not a file_type"
+done
+echo "check-device-files: Android.bp formatted; sepolicy compiles as user and userdebug build"
