@@ -3,7 +3,6 @@
 #include <time.h>
 
 #include <chrono>
-#include <map>
 
 #include "collectors/collectors.h"
 #include "core/collector_table.h"
@@ -20,10 +19,20 @@
 
 namespace {
 
-// Guards the core's lifetime against callers on threads that outlive main: set once the core's
-// teardown begins, under sLifeMutex, so that a Ref either holds a live core or none.
-std::mutex sLifeMutex;
-bool sCoreGone = false;
+// The core's lifetime guard: the number of Refs alive and the mark set once the core's teardown
+// has begun. Allocated once and never destroyed, so that a binder or SDK thread that calls in
+// after the exit handlers have run still finds it intact.
+struct LifeGuard {
+    std::mutex mutex;
+    std::condition_variable idle;  // signalled when the last Ref ends after the mark is set
+    uint32_t calls = 0;
+    bool gone = false;
+};
+
+LifeGuard& life_guard() {
+    static LifeGuard* const guard = new LifeGuard;
+    return *guard;
+}
 
 int64_t monotonic_ns() {
     struct timespec ts;
@@ -31,15 +40,25 @@ int64_t monotonic_ns() {
     return static_cast<int64_t>(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
 }
 
+// Names of the activity hints, for the log. A constant table: binder threads may look a name up
+// at any moment, also while the process's exit handlers run, so it must have no destructor.
+struct HintName {
+    uint32_t code;
+    const char* name;
+};
+
+constexpr HintName kHintNames[] = {
+    {HINT_ACTIVITY_START, "START"},
+    {HINT_ACTIVITY_STOP, "STOP"},
+    {HINT_ACTIVITY_RESUME, "RESUME"},
+    {HINT_ACTIVITY_PAUSE, "PAUSE"},
+};
+
 const char* hint_name(int32_t hint) {
-    static const std::map<uint32_t, const char*> names = {
-        {HINT_ACTIVITY_START, "START"},
-        {HINT_ACTIVITY_STOP, "STOP"},
-        {HINT_ACTIVITY_RESUME, "RESUME"},
-        {HINT_ACTIVITY_PAUSE, "PAUSE"},
-    };
-    auto it = names.find(static_cast<uint32_t>(hint));
-    return it != names.end() ? it->second : "NotActivityAction";
+    for (const HintName& entry : kHintNames) {
+        if (entry.code == static_cast<uint32_t>(hint)) return entry.name;
+    }
+    return "NotActivityAction";
 }
 
 }  // namespace
@@ -51,12 +70,21 @@ void BigDataCore::notifyListeners() {
 }
 
 PowerBigDataCore::Ref::Ref() : mCore(nullptr) {
-    sLifeMutex.lock();
-    if (!sCoreGone) mCore = PowerBigDataCore::getInstance();
+    LifeGuard& guard = life_guard();
+    {
+        std::lock_guard<std::mutex> lock(guard.mutex);
+        if (guard.gone) return;
+        ++guard.calls;
+    }
+    // Counted in: the teardown cannot get past its wait until this Ref ends.
+    mCore = PowerBigDataCore::getInstance();
 }
 
 PowerBigDataCore::Ref::~Ref() {
-    sLifeMutex.unlock();
+    if (mCore == nullptr) return;
+    LifeGuard& guard = life_guard();
+    std::lock_guard<std::mutex> lock(guard.mutex);
+    if (--guard.calls == 0 && guard.gone) guard.idle.notify_all();
 }
 
 PowerBigDataCore* PowerBigDataCore::getInstance() {
@@ -74,8 +102,11 @@ PowerBigDataCore::PowerBigDataCore() : mStarted(false), mRunning(true), mAppName
 
 PowerBigDataCore::~PowerBigDataCore() {
     {
-        std::lock_guard<std::mutex> lock(sLifeMutex);
-        sCoreGone = true;
+        // Refuse calls from other threads from now on, and let those already in the core finish.
+        LifeGuard& guard = life_guard();
+        std::unique_lock<std::mutex> lock(guard.mutex);
+        guard.gone = true;
+        guard.idle.wait(lock, [&guard] { return guard.calls == 0; });
     }
     {
         std::lock_guard<std::mutex> lock(mStartMutex);

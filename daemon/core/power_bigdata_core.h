@@ -61,8 +61,11 @@ class PowerBigDataCore : public BigDataCore {
     ~PowerBigDataCore() override;
 
     // Access for threads that may still call in while the process exits (the SDK's campaign
-    // threads, binder threads). While a Ref lives the core cannot start its teardown; once the
-    // teardown has begun, get() is null.
+    // threads, binder threads). A live Ref counts as a call in flight: the core's teardown marks
+    // the core gone and then waits until no call is in flight, so a Ref either holds a live core
+    // for its whole life or, once the teardown has begun, holds none (get() is null). Taking and
+    // dropping a Ref locks only the guard's own mutex, briefly; no lock is held while the Ref
+    // lives, so calls on different threads run side by side.
     class Ref {
       public:
         Ref();
@@ -94,6 +97,14 @@ class PowerBigDataCore : public BigDataCore {
     int32_t MainThread();
     void Tick();
 
+    // Locks. None is ever taken while another is held, and none is held across a handler call.
+    //  - mTableMutex: the period and flag of every row of the collector table, held for the copy
+    //    of one row on a tick or for a whole configuration pass.
+    //  - mStartMutex with mStartCond: the start gate; held by the worker while it tests the gate
+    //    and waits, and by startSampling and shutdown while they change what the worker tests.
+    //  - mAppNameMutex: mAppName, held for one copy or one assignment.
+    //  - the lifetime guard's mutex (outside the object, so that it outlives the core): the count
+    //    of Refs alive and the gone mark, held only to change or test those two.
     std::thread mThread;
     std::condition_variable mStartCond;
     std::mutex mStartMutex;
