@@ -1,10 +1,12 @@
 #include "options.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <getopt.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "core/collector_table.h"
 #include "core/tarn_log.h"
@@ -47,8 +49,25 @@ const struct option kLongOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
+// Opens `path` for appending, created if missing, as a stream with the library's default
+// buffering. The open itself never waits: a FIFO without a reader fails at once (ENXIO) instead of
+// holding up start-up. Blocking writes are restored once the file is open.
+FILE* open_for_append(const char* path) {
+    int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+    if (fd < 0) return nullptr;
+    int flags = fcntl(fd, F_GETFL);
+    FILE* fp = nullptr;
+    if (flags >= 0 && fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0) fp = fdopen(fd, "a");
+    if (fp == nullptr) {
+        int err = errno;
+        close(fd);
+        errno = err;
+    }
+    return fp;
+}
+
 void open_local_file(const char* path) {
-    FILE* fp = fopen(path, "a");
+    FILE* fp = open_for_append(path);
     if (fp == nullptr) {
         int err = errno;
         TLOGE_FN(TAG_MAIN, "main", "%s() %d: open[%s] failed errno:%d [%s]", path, err,
