@@ -22,7 +22,7 @@ int32_t collect_ps_stats_hndl(uint64_t) {
     memset(rec, 0, sizeof(rec));
     memset(line, 0, sizeof(line));
 
-    FILE* out = popen(PS_SCRIPT, "r");
+    FILE* out = popen(PS_SCRIPT, "re");
     if (out == nullptr) {
         int err = errno;
         TLOGW(TAG_POWER, "%s() %d: open failed error:%s", strerror(err));

@@ -94,7 +94,7 @@ DeviceProperties::DeviceProperties() {
 DeviceProperties::~DeviceProperties() = default;
 
 void DeviceProperties::VersionInfoInit() {
-    FILE* fp = fopen(TARN_VERSION_INFO_FILE, "r");
+    FILE* fp = fopen(TARN_VERSION_INFO_FILE, "re");
     int err = errno;
     TLOGW(TAG_TARN_STATS, "%s() %d: Open file [%s]", TARN_VERSION_INFO_FILE);
     if (fp == nullptr) {
