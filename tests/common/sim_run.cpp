@@ -22,7 +22,8 @@ int decode_status(int status) {
     return -1;
 }
 
-// Starts argv[0] with its standard output and error on the given descriptors.
+// Starts argv[0] with its standard output and error on the given descriptors, and no other
+// descriptor beyond the standard three, whatever the test's own caller left open.
 pid_t spawn(const std::vector<std::string>& argv, int out_fd, int err_fd) {
     std::vector<char*> args;
     for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
@@ -31,6 +32,7 @@ pid_t spawn(const std::vector<std::string>& argv, int out_fd, int err_fd) {
     if (pid == 0) {
         dup2(out_fd, STDOUT_FILENO);
         dup2(err_fd, STDERR_FILENO);
+        close_range(STDERR_FILENO + 1, ~0U, 0);
         execv(args[0], args.data());
         _exit(127);
     }

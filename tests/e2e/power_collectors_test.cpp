@@ -1,12 +1,17 @@
 // The real daemon on the animated phone8 device: every power and performance collector uploads
-// its record, behind the record header and the application name.
+// its record, behind the record header and the application name; the statistics script that it
+// starts inherits none of the daemon's files.
 #include <gtest/gtest.h>
+#include <stdio.h>
 
 #include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "common/sim_run.h"
+#include "common/test_util.h"
 #include "e2e/daemon_e2e.h"
 
 namespace {
@@ -56,6 +61,59 @@ TEST(PowerCollectorsE2E, EveryCollectorReportsOnTheAnimatedPhone) {
         }
     }
     EXPECT_EQ(sim.stop(), 0);
+}
+
+// The script lists the descriptors of its own shell, which are those it inherited plus the one
+// on which the shell reads the script itself. A --local FIFO without a reader is refused at once
+// (start-up goes on); the regular file named after it is used instead.
+TEST(PowerCollectorsE2E, StatisticsScriptInheritsOnlyStandardStreams) {
+    const char kFifo[] = "/tmp/records.fifo";
+    const char kLocal[] = "/data/local/tmp/records.txt";
+    tarn_test::SimRun sim(
+        tarn_test::SimOptions(),
+        {"/bin/sh", "-c", std::string("mkfifo ") + kFifo + " && exec \"$0\" \"$@\"",
+         tarn_test::daemon_path(), "--local", kFifo, "--local", kLocal});
+    ASSERT_TRUE(sim.wait_for_log("try to register callback secondly")) << sim.log();
+    EXPECT_EQ(1u, tarn_e2e::count(sim.log(), std::string("open[") + kFifo +
+                                                 "] failed errno:6 [No such device or address]"));
+
+    std::string script = sim.root() + "/data/local/tmp/ps.sh";
+    tarn_test::write_file(script + ".new",
+                          "#!/bin/sh\nfind /proc/$$/fd -mindepth 1 -printf '%f %l\\n'\necho end\n");
+    chmod((script + ".new").c_str(), 0755);
+    ASSERT_EQ(0, rename((script + ".new").c_str(), script.c_str()));
+    EXPECT_EQ(0, sim.control({"campaign", "start", "--text",
+                              "powerCfg { ps_period: 1 battery_period: 1 cpu_fre_period: 1 }"}));
+    std::string listing;
+    ASSERT_TRUE(sim.wait_for_records([&](const std::vector<std::string>& lines) {
+        for (const std::string& r : records_of(lines, 7)) {
+            const std::string end = "\\nend\\n";  // escaped line ends
+            if (r.size() > end.size() && r.compare(r.size() - end.size(), end.size(), end) == 0)
+                listing = r;
+        }
+        return !listing.empty();
+    })) << sim.log();
+
+    // Lines "<fd> <target>", their ends escaped in the records file.
+    std::set<int> standard;
+    std::string inherited;
+    std::istringstream in(std::regex_replace(listing, std::regex(R"(\\n)"), "\n"));
+    for (std::string line; std::getline(in, line);) {
+        std::smatch m;
+        if (!std::regex_match(line, m, std::regex(R"((\d+) (.*))"))) continue;
+        int fd = std::stoi(m[1]);
+        if (fd <= 2) {
+            standard.insert(fd);
+        } else if (m[2] != "/data/local/tmp/ps.sh") {
+            inherited += line + "\n";
+        }
+    }
+    EXPECT_EQ(3u, standard.size()) << listing;
+    EXPECT_EQ("", inherited);
+    EXPECT_EQ(0, sim.stop());
+    // The local file got the lines, flushed at exit.
+    EXPECT_NE(std::string::npos,
+              tarn_test::read_file(sim.root() + kLocal).find(kPrefix + std::string("battery,")));
 }
 
 }  // namespace
