@@ -8,11 +8,11 @@
 #include "collectors/fnode.h"
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
 #define BATTERY_UEVENT_PATH "/sys/class/power_supply/battery/uevent"
-#define KPI_ID_BATTERY_STAT 2
 
 static FILE* g_battery_fp = nullptr;
 
@@ -98,6 +98,6 @@ int32_t collect_battery_stats_hndl(uint64_t) {
     int ret = snprintf(record, sizeof(record), "%s,%d,%d,%d,%d,%s", "battery", f.capacity,
                        f.voltage, f.current, f.temperature, f.status);
     uint32_t len_out = ret < 0 ? 0 : (uint32_t)strlen(record);
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_BATTERY_STAT, record, len_out);
+    PowerZELHelper::getInstance()->log_blob(kpi::BATTERY_STAT, record, len_out);
     return ret;
 }

@@ -17,12 +17,12 @@
 #include "collectors/gpu.h"
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
 #define CPUFREQ_DIR "/sys/devices/system/cpu/cpufreq/"
 #define CPU_POSSIBLE_PATH "/sys/devices/system/cpu/possible"
-#define KPI_ID_CPUFREQ 3
 
 #define CLUSTER_SLOTS 8
 #define REPORTED_SLOTS 7  // the eighth slot is opened but never reported
@@ -375,7 +375,7 @@ int32_t collect_cpu_stats_hndl(uint64_t) {
         if (ret < 0) return ret;
         use = record_advance(use, ret);
 
-        PowerZELHelper::getInstance()->log_blob(KPI_ID_CPUFREQ, buf, (uint32_t)use);
+        PowerZELHelper::getInstance()->log_blob(kpi::CPUFREQ, buf, (uint32_t)use);
         result = use;
     }
     return result;

@@ -2,8 +2,7 @@
 // under KPI 5.
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
-
-#define KPI_ID_DDRFREQ 5
+#include "core/kpi_ids.h"
 
 static int get_ddr_cur_freq(char* buf, int32_t use) {
     return append_node_u32(FNODE_DDR_CUR_FREQ, __func__, "cur_freq", buf, use);
@@ -11,5 +10,5 @@ static int get_ddr_cur_freq(char* buf, int32_t use) {
 
 int32_t collect_ddr_stats_hndl(uint64_t) {
     // The closing message names the reading step rather than the handler.
-    return report_node_value(__func__, "get_ddr_cur_freq", "DDR,", KPI_ID_DDRFREQ, get_ddr_cur_freq);
+    return report_node_value(__func__, "get_ddr_cur_freq", "DDR,", kpi::DDRFREQ, get_ddr_cur_freq);
 }

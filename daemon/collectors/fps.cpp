@@ -10,9 +10,9 @@
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
 #include "collectors/tokens.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 
-#define KPI_ID_FPS 9
 #define FPS_LINE_LEN 1024
 
 double fps_parse(const char* data, size_t len) {
@@ -50,5 +50,5 @@ static int get_fps(char* buf, int32_t use) {
 }
 
 int32_t collect_fps_stats_hndl(uint64_t) {
-    return report_node_value(__func__, __func__, "FPS,", KPI_ID_FPS, get_fps);
+    return report_node_value(__func__, __func__, "FPS,", kpi::FPS, get_fps);
 }

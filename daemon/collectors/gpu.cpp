@@ -10,10 +10,10 @@
 #include "collectors/fnode.h"
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
-#define KPI_ID_GPUFREQ 4
 #define MAX_GPU_ROWS 128
 #define GPU_LINE_LEN 1024
 
@@ -136,6 +136,6 @@ int32_t collect_gpu_stats_hndl(uint64_t) {
     TLOGD(TAG_POWER, "%s() %d: get_gpu_load() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
     if (ret < 0) return ret;
 
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_GPUFREQ, buf, (uint32_t)strlen(buf));
+    PowerZELHelper::getInstance()->log_blob(kpi::GPUFREQ, buf, (uint32_t)strlen(buf));
     return use;
 }

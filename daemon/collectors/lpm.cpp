@@ -1,6 +1,6 @@
-// Low-power-mode collector: once per period, one record under KPI_ID_LPM (6) with the idle-state
-// use of the eight CPU power domains, the sleep counters of ten subsystems and the WLAN chip's
-// sleep statistics. Counters are kept between periods and reported as differences; a counter
+// Low-power-mode collector: once per period, one record under the low-power-mode id with the
+// idle-state use of the eight CPU power domains, the sleep counters of ten subsystems and the WLAN
+// chip's sleep statistics. Counters are kept between periods and reported as differences; a counter
 // that went backwards (a reset) is reported with its new value.
 //
 // A record that would not fit into the record buffer is dropped whole: the handler returns -1
@@ -17,10 +17,9 @@
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
 #include "collectors/tokens.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
-
-#define KPI_ID_LPM 6
 
 #define LPM_CPU_DOMAINS 8
 #define LPM_IDLE_STATES 6
@@ -428,6 +427,6 @@ int32_t collect_lpm_stats_hndl(uint64_t) {
 
     int32_t len = use + wlan_len;
     LPM_HNDL_LOGD("%s() %d:  ret:%d use:%d buflen:%d", wlan_len, len, RECORD_BUFLEN);
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_LPM, rec, (uint32_t)len);
+    PowerZELHelper::getInstance()->log_blob(kpi::LPM, rec, (uint32_t)len);
     return len;
 }

@@ -1,16 +1,16 @@
 // Process-statistics collector: runs the device's own statistics script once per period and
-// reports what it prints, unchanged and without a tag, as one record under KPI_ID_PS (7).
-// Output that does not fit into the record buffer is not reported at all.
+// reports what it prints, unchanged and without a tag, as one record under the process-statistics
+// id. Output that does not fit into the record buffer is not reported at all.
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
-#define KPI_ID_PS 7
 #define PS_SCRIPT "/data/local/tmp/ps.sh"
 // A longer output line arrives in pieces of at most PS_LINE_LEN - 1 characters.
 #define PS_LINE_LEN 256
@@ -49,6 +49,6 @@ int32_t collect_ps_stats_hndl(uint64_t) {
     // The script's exit status says nothing about its output; it is not looked at.
     pclose(out);
     TLOGD(TAG_POWER, "%s() %d: out_buff: %d %s", use, rec);
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_PS, rec, (uint32_t)use);
+    PowerZELHelper::getInstance()->log_blob(kpi::PS, rec, (uint32_t)use);
     return 0;
 }

@@ -21,6 +21,7 @@
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
 #include "collectors/thermal_groups.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
@@ -32,22 +33,11 @@
 #define THERMAL_GPU_CLOCK "/sys/class/gfxd/gfxd-3d0/gpuclk"
 #define THERMAL_DDR_CLOCK "/sys/kernel/debug/clk/measure_only_mccc_clk/clk_measure"
 
-#define KPI_ID_THERMAL_ZONE 1000
-#define KPI_ID_THERMAL_COOLING 1001
-#define KPI_ID_THERMAL_CPUINFO 1002
-
-#define THERMAL_FLAG_ALL 0x4000000000000000ULL
-#define THERMAL_FLAG_ZONE (THERMAL_FLAG_ALL | 0x1ULL)
-#define THERMAL_FLAG_COOLING (THERMAL_FLAG_ALL | 0x2ULL)
-#define THERMAL_FLAG_CPUINFO (THERMAL_FLAG_ALL | 0x4ULL)
-
 #define THERMAL_NAME_LEN 1024
 #define THERMAL_PATH_LEN 72
 #define THERMAL_NODE_LEN 4096
 #define THERMAL_RECORD_LEN 16384
 #define THERMAL_CLOCK_RECORD_LEN 4096
-
-namespace {
 
 // A marked zone or cooling device: its temp or cur_state path and its type path.
 struct thermal_node {
@@ -74,9 +64,7 @@ struct thermal_state {
     int32_t num_coolings;
 };
 
-thermal_state g_thermal;
-
-}  // namespace
+static thermal_state g_thermal;
 
 // Opens `path`, reads it in one go, closes it and runs `scan` over its bytes once. Returns 0, -1
 // when the node cannot be opened, or the scan's negative result when the node held nothing to
@@ -347,7 +335,7 @@ static void thermal_collect_cooling_device_hndl() {
     }
 
     TLOGD(TAG_THERMAL, "%s() %d: cooling type is %s\n", record);
-    thermal_report(KPI_ID_THERMAL_COOLING, record, use);
+    thermal_report(kpi::THERMAL_COOLING, record, use);
 }
 
 static void thermal_collect_thermalzone_hndl() {
@@ -410,7 +398,7 @@ static void thermal_collect_thermalzone_hndl() {
     }
 
     TLOGD(TAG_THERMAL, "%s() %d: thermal zone therm_buf is %s\n", record);
-    thermal_report(KPI_ID_THERMAL_ZONE, record, use);
+    thermal_report(kpi::THERMAL_ZONE, record, use);
 }
 
 // The CPUs whose clock goes into the clock record (0, 6 and 7) and their nodes.
@@ -452,12 +440,13 @@ static void thermal_collect_cpu_info_hndl() {
     }
 
     TLOGD(TAG_THERMAL, "%s() %d: cpu gpu ddr freq is %s\n", record);
-    thermal_report(KPI_ID_THERMAL_CPUINFO, record, use);
+    thermal_report(kpi::THERMAL_CPUINFO, record, use);
 }
 
 int32_t collect_thermal_stats_hndl(uint64_t flag) {
-    if (flag & THERMAL_FLAG_COOLING) thermal_collect_cooling_device_hndl();
-    if (flag & THERMAL_FLAG_ZONE) thermal_collect_thermalzone_hndl();
-    if (flag & THERMAL_FLAG_CPUINFO) thermal_collect_cpu_info_hndl();
+    if (flag_selects(flag, THERMAL_FLAG_ALL, THERMAL_FLAG_COOLING))
+        thermal_collect_cooling_device_hndl();
+    if (flag_selects(flag, THERMAL_FLAG_ALL, THERMAL_FLAG_ZONE)) thermal_collect_thermalzone_hndl();
+    if (flag_selects(flag, THERMAL_FLAG_ALL, THERMAL_FLAG_CPUINFO)) thermal_collect_cpu_info_hndl();
     return 0;
 }
