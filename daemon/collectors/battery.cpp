@@ -95,6 +95,8 @@ int32_t collect_battery_stats_hndl(uint64_t) {
           "status:%s",
           f.voltage, f.current, f.temperature, f.capacity, f.status);
 
+    // Not a record built by appends: one bounded format into a short buffer, whose status field
+    // can be longer than the buffer. The record is cut there and the result is the uncut length.
     int ret = snprintf(record, sizeof(record), "%s,%d,%d,%d,%d,%s", "battery", f.capacity,
                        f.voltage, f.current, f.temperature, f.status);
     uint32_t len_out = ret < 0 ? 0 : (uint32_t)strlen(record);

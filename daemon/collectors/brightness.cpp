@@ -3,8 +3,8 @@
 #include "collectors/fnode.h"
 #include "core/kpi_ids.h"
 
-static int get_panel_brightness(char* buf, int32_t use) {
-    return append_node_u32(FNODE_BRIGHTNESS, __func__, "cur_bri", buf, use);
+static int get_panel_brightness(record* rec) {
+    return append_node_u32(FNODE_BRIGHTNESS, __func__, "cur_bri", rec);
 }
 
 int32_t collect_brightness_stats_hndl(uint64_t) {

@@ -19,7 +19,6 @@
 #include "collectors/node_reader.h"
 #include "core/kpi_ids.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
 #define CPUFREQ_DIR "/sys/devices/system/cpu/cpufreq/"
 #define CPU_POSSIBLE_PATH "/sys/devices/system/cpu/possible"
@@ -237,7 +236,7 @@ uint64_t cpu_parse_time_in_state(int slot, const char* data, size_t len, uint64_
 // The time-weighted average frequency of the cluster since the previous reading, and the time
 // it covers. Line j of time_in_state is matched to frequency step j by position; lines beyond
 // the room for kept times are not counted.
-static int get_cpus_time_in_state(int slot, char* buf, int32_t use) {
+static int get_cpus_time_in_state(int slot, record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(fnode_cpu_row(slot, FNODE_CPU_TIME_IN_STATE), node, sizeof(node));
     if (len < 0) {
@@ -257,8 +256,8 @@ static int get_cpus_time_in_state(int slot, char* buf, int32_t use) {
     }
     TLOGD(TAG_POWER, "%s() %d: idx:%d cluster_avg_freq[%d]:%llu", slot, slot,
           (unsigned long long)cluster_avg_freq[slot]);
-    return record_appendf(buf, use, "%llu,%llu,", (unsigned long long)cluster_avg_freq[slot],
-                          (unsigned long long)total);
+    return rec->append("%llu,%llu,", (unsigned long long)cluster_avg_freq[slot],
+                       (unsigned long long)total);
 }
 
 // Takes one per-CPU utilisation reading from /proc/stat: for each CPU line the share of the time
@@ -318,7 +317,7 @@ struct util_reading {
 // Mean utilisation of the cluster's CPUs: from its policy number up to the next cluster's, or
 // its first CPU alone when it is the last cluster. CPUs beyond the eight that are tracked have
 // no reading and are left out of the mean.
-static int get_cpus_util(int slot, char* buf, int32_t use, util_reading* reading) {
+static int get_cpus_util(int slot, record* rec, util_reading* reading) {
     int32_t cpu_start = g_cluster[slot];
     int32_t next = g_cluster[slot + 1];
     int32_t cpu_end = next == NO_POLICY ? cpu_start + 1 : next;
@@ -344,12 +343,12 @@ static int get_cpus_util(int slot, char* buf, int32_t use, util_reading* reading
         count++;
     }
     float mean = count > 0 ? sum / (float)count : 0.0f;
-    return record_appendf(buf, use, "%.2f,", mean);
+    return rec->append("%.2f,", mean);
 }
 
 int32_t collect_cpu_stats_hndl(uint64_t) {
     char buf[RECORD_BUFLEN];
-    int32_t use = 0;
+    record rec(buf, sizeof(buf));
     int32_t result = 0;
     util_reading reading = {};
 
@@ -357,26 +356,24 @@ int32_t collect_cpu_stats_hndl(uint64_t) {
     for (int slot = 0; slot < REPORTED_SLOTS; slot++) {
         if (g_cluster[slot] == NO_POLICY) continue;
 
-        memset(buf, 0, sizeof(buf));
-        use = 0;
-        int ret = record_appendf(buf, use, "policy%d,", g_cluster[slot]);
+        rec.clear();
+        int ret = rec.append("policy%d,", g_cluster[slot]);
         if (ret < 0) return ret;
-        use = record_advance(use, ret);
 
-        ret = get_cpus_time_in_state(slot, buf, use);
+        int32_t use = rec.use;
+        ret = get_cpus_time_in_state(slot, &rec);
         TLOGD(TAG_POWER, "%s() %d: get_cpus_time_in_state() ret:%d use:%d buflen:%d", ret, use,
               RECORD_BUFLEN);
         if (ret < 0) return ret;
-        use = record_advance(use, ret);
 
-        ret = get_cpus_util(slot, buf, use, &reading);
+        use = rec.use;
+        ret = get_cpus_util(slot, &rec, &reading);
         TLOGD(TAG_POWER, "%s() %d: get_cpus_util() ret:%d use:%d buflen:%d", ret, use,
               RECORD_BUFLEN);
         if (ret < 0) return ret;
-        use = record_advance(use, ret);
 
-        PowerZELHelper::getInstance()->log_blob(kpi::CPUFREQ, buf, (uint32_t)use);
-        result = use;
+        rec.report(kpi::CPUFREQ);
+        result = rec.use;
     }
     return result;
 }

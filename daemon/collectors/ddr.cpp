@@ -4,8 +4,8 @@
 #include "collectors/fnode.h"
 #include "core/kpi_ids.h"
 
-static int get_ddr_cur_freq(char* buf, int32_t use) {
-    return append_node_u32(FNODE_DDR_CUR_FREQ, __func__, "cur_freq", buf, use);
+static int get_ddr_cur_freq(record* rec) {
+    return append_node_u32(FNODE_DDR_CUR_FREQ, __func__, "cur_freq", rec);
 }
 
 int32_t collect_ddr_stats_hndl(uint64_t) {

@@ -6,16 +6,14 @@
 // record when called directly with bit 3 or bit 63 of the flag, after the init; nothing in the
 // daemon calls it that way today.
 #include <cutils/properties.h>
-#include <stdio.h>
-#include <string.h>
 
 #include <atomic>
 
 #include "collectors/collectors.h"
+#include "collectors/record.h"
 #include "core/device_properties.h"
 #include "core/kpi_ids.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
 static std::atomic<bool> g_mtbf_ready{false};
 
@@ -35,7 +33,7 @@ int32_t collect_mtbf_info_exit() {
 }
 
 int32_t collect_mtbf_stats_hndl(uint64_t flag) {
-    memset(g_mtbf_record, 0, sizeof(g_mtbf_record));
+    record rec(g_mtbf_record, sizeof(g_mtbf_record), TAG_MTBF);
     if (!flag_selects(flag, STABILITY_FLAG_ALL, MTBF_FLAG_CRASH_COUNT) ||
         !g_mtbf_ready.load(std::memory_order_acquire))
         return -1;
@@ -45,10 +43,10 @@ int32_t collect_mtbf_stats_hndl(uint64_t flag) {
     char value[PROPERTY_VALUE_MAX];
     property_get_traced(kCrashCountProp, value, "0");
 
-    snprintf(g_mtbf_record, sizeof(g_mtbf_record), "%s", value);
-    TLOGW(TAG_MTBF, "%s() %d: sys crash times: %s\n", g_mtbf_record);
+    int ret = rec.append("%s", value);
+    if (ret < 0) return ret;
+    TLOGW(TAG_MTBF, "%s() %d: sys crash times: %s\n", rec.buf);
 
-    PowerZELHelper::getInstance()->log_blob(kpi::MTBF, g_mtbf_record,
-                                            static_cast<uint32_t>(strlen(g_mtbf_record)));
+    rec.report(kpi::MTBF);
     return 0;
 }

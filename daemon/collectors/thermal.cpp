@@ -9,7 +9,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -17,13 +16,12 @@
 #include <unistd.h>
 
 #include "collectors/collectors.h"
-#include "collectors/fnode.h"
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
+#include "collectors/record.h"
 #include "collectors/thermal_groups.h"
 #include "core/kpi_ids.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
 #define THERMAL_CLASS_DIR "/sys/devices/virtual/thermal"
 #define THERMAL_ZONE_PREFIX THERMAL_CLASS_DIR "/thermal_zone"
@@ -155,23 +153,6 @@ static int32_t thermal_read_type(const char* path, char (&name)[THERMAL_NAME_LEN
     return 0;
 }
 
-// Appends a formatted piece at `*use`, never past the buffer: a piece that does not fit is cut
-// and fills the buffer. Returns the formatting result; negative means the record is unusable.
-__attribute__((format(printf, 4, 5))) static int thermal_append(char* buf, int32_t len,
-                                                                int32_t* use, const char* fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    int ret = record_vappendf(buf, len, *use, fmt, ap);
-    va_end(ap);
-    if (ret < 0) return ret;
-    *use = record_advance(*use, ret, len);
-    return ret;
-}
-
-static void thermal_report(uint32_t kpi, const char* record, int32_t use) {
-    PowerZELHelper::getInstance()->log_blob(kpi, record, static_cast<uint32_t>(use));
-}
-
 // Number of directories in the thermal class directory, "." and ".." excluded; 0 when it cannot
 // be opened or lists fewer than two directories.
 static int32_t thermal_count_nodes() {
@@ -301,9 +282,9 @@ int32_t collect_thermal_stats_exit() {
 }
 
 static void thermal_collect_cooling_device_hndl() {
-    char record[THERMAL_RECORD_LEN] = {0};
+    char buf[THERMAL_RECORD_LEN];
+    record rec(buf, sizeof(buf), TAG_THERMAL);
     char type[THERMAL_NAME_LEN];
-    int32_t use = 0;
     thermal_cooling_group* groups = g_thermal.cooling_groups;
     int32_t ngroups = g_thermal.num_cooling_groups;
 
@@ -329,19 +310,17 @@ static void thermal_collect_cooling_device_hndl() {
     }
 
     for (int32_t g = 0; g < ngroups; g++) {
-        if (thermal_append(record, sizeof(record), &use, "%s: %d,", groups[g].name,
-                           groups[g].value) < 0)
-            return;
+        if (rec.append("%s: %d,", groups[g].name, groups[g].value) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: cooling type is %s\n", record);
-    thermal_report(kpi::THERMAL_COOLING, record, use);
+    TLOGD(TAG_THERMAL, "%s() %d: cooling type is %s\n", rec.buf);
+    rec.report(kpi::THERMAL_COOLING);
 }
 
 static void thermal_collect_thermalzone_hndl() {
-    char record[THERMAL_RECORD_LEN] = {0};
+    char buf[THERMAL_RECORD_LEN];
+    record rec(buf, sizeof(buf), TAG_THERMAL);
     char type[THERMAL_NAME_LEN];
-    int32_t use = 0;
     int32_t quiet_temp = 0;
     int32_t skin_temp = 0;
     thermal_zone_group* groups = g_thermal.zone_groups;
@@ -370,7 +349,7 @@ static void thermal_collect_thermalzone_hndl() {
         if (g < 0) continue;
         if (strcmp(groups[g].name, THERMAL_MISC_SKIN) == 0) {
             // Skin and board thermistors are reported one by one, in zone order.
-            if (thermal_append(record, sizeof(record), &use, "%s: %d,", type, temp) < 0) return;
+            if (rec.append("%s: %d,", type, temp) < 0) return;
         } else if (temp > groups[g].value) {
             groups[g].value = temp;
         }
@@ -381,24 +360,19 @@ static void thermal_collect_thermalzone_hndl() {
             TLOGD(TAG_THERMAL, "%s() %d: thmzone type %s no need update\n", groups[g].name);
             continue;
         }
-        if (thermal_append(record, sizeof(record), &use, "%s: %d,", groups[g].name,
-                           groups[g].value) < 0)
-            return;
+        if (rec.append("%s: %d,", groups[g].name, groups[g].value) < 0) return;
     }
 
-    if (thermal_append(record, sizeof(record), &use, "skin-temp: %d,",
-                       quiet_temp != 0 ? quiet_temp : skin_temp) < 0)
-        return;
+    if (rec.append("skin-temp: %d,", quiet_temp != 0 ? quiet_temp : skin_temp) < 0) return;
 
     long long current = 0;
     if (thermal_scan_node(THERMAL_BATTERY_CURRENT,
                           [&](mem_stream* in) { return mem_scan_ll(in, &current); }) == 0) {
-        if (thermal_append(record, sizeof(record), &use, "current:%lld,", current / 1000) < 0)
-            return;
+        if (rec.append("current:%lld,", current / 1000) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: thermal zone therm_buf is %s\n", record);
-    thermal_report(kpi::THERMAL_ZONE, record, use);
+    TLOGD(TAG_THERMAL, "%s() %d: thermal zone therm_buf is %s\n", rec.buf);
+    rec.report(kpi::THERMAL_ZONE);
 }
 
 // The CPUs whose clock goes into the clock record (0, 6 and 7) and their nodes.
@@ -412,35 +386,29 @@ static const struct {
 };
 
 static void thermal_collect_cpu_info_hndl() {
-    char record[THERMAL_CLOCK_RECORD_LEN] = {0};
-    int32_t use = 0;
+    char buf[THERMAL_CLOCK_RECORD_LEN];
+    record rec(buf, sizeof(buf), TAG_THERMAL);
 
     for (const auto& c : kClockCpus) {
         unsigned long freq = 0;
         if (thermal_scan_node(c.path, [&](mem_stream* in) { return scan_ulong(in, &freq); }) != 0)
             continue;
-        if (thermal_append(record, sizeof(record), &use, "CPU%d_freq:%d,", c.cpu,
-                           static_cast<int32_t>(freq)) < 0)
-            return;
+        if (rec.append("CPU%d_freq:%d,", c.cpu, static_cast<int32_t>(freq)) < 0) return;
     }
 
     unsigned long hz = 0;
     if (thermal_scan_node(THERMAL_GPU_CLOCK, [&](mem_stream* in) { return scan_ulong(in, &hz); }) ==
         0) {
-        if (thermal_append(record, sizeof(record), &use, "GPU(MHz):%d,",
-                           static_cast<int32_t>(hz / 1000000)) < 0)
-            return;
+        if (rec.append("GPU(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
     hz = 0;
     if (thermal_scan_node(THERMAL_DDR_CLOCK, [&](mem_stream* in) { return scan_ulong(in, &hz); }) ==
         0) {
-        if (thermal_append(record, sizeof(record), &use, "DDR(MHz):%d,",
-                           static_cast<int32_t>(hz / 1000000)) < 0)
-            return;
+        if (rec.append("DDR(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: cpu gpu ddr freq is %s\n", record);
-    thermal_report(kpi::THERMAL_CPUINFO, record, use);
+    TLOGD(TAG_THERMAL, "%s() %d: cpu gpu ddr freq is %s\n", rec.buf);
+    rec.report(kpi::THERMAL_CPUINFO);
 }
 
 int32_t collect_thermal_stats_hndl(uint64_t flag) {
