@@ -1,7 +1,5 @@
 // GPU collector: current frequency, the time spent at it since it was last seen there, and the
 // busy percentage, one record per period under KPI 4.
-#include "collectors/gpu.h"
-
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
@@ -24,7 +22,7 @@ struct gpu_kept_row {
 };
 static gpu_kept_row g_gpu_kept[MAX_GPU_ROWS];
 
-void gpu_clear_kept_rows() {
+void gpu_reset_kept() {
     memset(g_gpu_kept, 0, sizeof(g_gpu_kept));
 }
 

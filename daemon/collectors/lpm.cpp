@@ -82,7 +82,7 @@ struct lpm_kept {
 };
 static lpm_kept g_lpm;
 
-void lpm_reset() {
+void lpm_reset_kept() {
     g_lpm = lpm_kept();
 }
 

@@ -247,9 +247,13 @@ static void thermal_zone_device_init() {
           g_thermal.num_cooling);
 }
 
-int32_t collect_thermal_stats_init() {
+void thermal_reset_kept() {
     thermal_free_marks();
     g_thermal = thermal_state();
+}
+
+int32_t collect_thermal_stats_init() {
+    thermal_reset_kept();
     long ncpu = sysconf(_SC_NPROCESSORS_CONF);
     g_thermal.num_cpu = ncpu > 0 ? static_cast<int32_t>(ncpu) : 0;
     g_thermal.num_tz = thermal_count_nodes();
