@@ -328,9 +328,9 @@ static bool read_wlan_stats(const char* path, char* text, size_t size) {
     return true;
 }
 
-static void update_wlan_deltas(const char* text) {
+// Takes sleep time, total on time, sleep-enter counter and timestamp out of the WLAN text.
+static void split_wlan_fields(const char* text, char (*fields)[LPM_FIELD_LEN]) {
     char copy[LPM_WLAN_TEXT_LEN];
-    char fields[LPM_WLAN_FIELDS][LPM_FIELD_LEN] = {};
     copy_bounded(copy, text, sizeof(copy));
     const char* tok[LPM_SPLIT_TOKENS];
     if (split_blank4(copy, tok)) {
@@ -339,6 +339,9 @@ static void update_wlan_deltas(const char* text) {
                  tok[3]);
         for (int f = 0; f < LPM_WLAN_FIELDS; f++) copy_bounded(fields[f], tok[f], LPM_FIELD_LEN);
     }
+}
+
+static void update_wlan_deltas(const char (*fields)[LPM_FIELD_LEN]) {
     LPM_WLAN_LOGD("%s() %d:  pre_wcnss_sleep_time:%lld ",
                   (long long)g_lpm.wcnss_prev[WCNSS_SLEEP_TIME]);
     LPM_WLAN_LOGD("%s() %d:  sleep_time:%s ", fields[WCNSS_SLEEP_TIME]);
@@ -382,7 +385,9 @@ static int32_t get_lpm_wcnss_stats(record* rec) {
     int32_t label = rec->append("%s", "WCNSS,");
     if (label < 0) return label;
     LPM_WLAN_LOGD("%s() %d:  wcnss_report:%s ", text);
-    update_wlan_deltas(text);
+    char fields[LPM_WLAN_FIELDS][LPM_FIELD_LEN] = {};
+    split_wlan_fields(text, fields);
+    update_wlan_deltas(fields);
     int ret = append_wlan_part(rec, text, sizeof(text));
     int32_t len = ret < 0 ? ret : label + ret;
     LPM_WLAN_LOGD("%s() %d:  ret:%d ", len);
