@@ -97,15 +97,22 @@ static uint64_t counter_delta(uint64_t now, uint64_t* prev) {
     return delta;
 }
 
-// The blank splitter of the three steps: tokens 0 to 3 of `text`, split in place (missing ones
-// are empty). False when the text holds no blank; nothing is split then.
-static bool split_blank4(char* text, const char* tok[LPM_SPLIT_TOKENS]) {
-    for (int k = 0; k < LPM_SPLIT_TOKENS; k++) tok[k] = "";
-    if (strchr(text, ' ') == nullptr) return false;
+// The blank splitter of the three steps: tokens 0 to 3 of a copy of a text (missing ones are
+// empty); `split` is false when the text holds no blank, and nothing is split then.
+struct blank_split {
+    char copy[LPM_LINE_LEN];
+    const char* tok[LPM_SPLIT_TOKENS];
+    bool split;
+};
+
+static void split_blank4(const char* text, blank_split* out) {
+    copy_bounded(out->copy, text, sizeof(out->copy));
+    for (int k = 0; k < LPM_SPLIT_TOKENS; k++) out->tok[k] = "";
+    out->split = strchr(out->copy, ' ') != nullptr;
+    if (!out->split) return;
     char* tokens[TOKEN_MAX];
-    int n = split_tokens(text, " ", tokens, TOKEN_MAX);
-    for (int k = 0; k < LPM_SPLIT_TOKENS && k < n; k++) tok[k] = tokens[k];
-    return true;
+    int n = split_tokens(out->copy, " ", tokens, TOKEN_MAX);
+    for (int k = 0; k < LPM_SPLIT_TOKENS && k < n; k++) out->tok[k] = tokens[k];
 }
 
 // Squeezes every run of blanks into one blank, in place.
@@ -166,15 +173,14 @@ static int32_t read_idle_states(int i, idle_reading* r) {
     squeeze_blanks(r->line);
     LPM_CPU_LOGD("%s() %d: get_lpm_cpu_stats idle_states:%d %s ", i, r->line);
 
-    char copy[LPM_LINE_LEN];
-    copy_bounded(copy, r->line, sizeof(copy));
-    const char* tok[LPM_SPLIT_TOKENS];
-    if (split_blank4(copy, tok)) {
+    blank_split sp;
+    split_blank4(r->line, &sp);
+    if (sp.split) {
         TLOGD_FN(TAG_POWER, "extract_cpu_lpm_info",
-                 "%s() %d: extract_cpu_lpm_info split 1:%s, 2:%s, 3:%s, 4:%s", tok[0], tok[1],
-                 tok[2], tok[3]);
-        copy_bounded(r->state, tok[0], sizeof(r->state));
-        copy_bounded(r->count, tok[2], sizeof(r->count));
+                 "%s() %d: extract_cpu_lpm_info split 1:%s, 2:%s, 3:%s, 4:%s", sp.tok[0], sp.tok[1],
+                 sp.tok[2], sp.tok[3]);
+        copy_bounded(r->state, sp.tok[0], sizeof(r->state));
+        copy_bounded(r->count, sp.tok[2], sizeof(r->count));
     }
     LPM_CPU_LOGD("%s() %d: get_lpm_cpu_stats cpustate:%s %s ", r->state, r->count);
     return 0;
@@ -240,15 +246,14 @@ static int32_t read_sleep_stats(int r, sleep_reading* s) {
     for (int k = 0; k < LPM_RPM_JOINED; k++) cat_bounded(s->text, slots[k], sizeof(s->text));
     LPM_RPM_LOGD("%s() %d:  rpm_states:%d %s ", r, s->text);
 
-    char copy[LPM_RPM_TEXT_LEN];
-    copy_bounded(copy, s->text, sizeof(copy));
-    const char* tok[LPM_SPLIT_TOKENS];
-    if (split_blank4(copy, tok)) {
+    blank_split sp;
+    split_blank4(s->text, &sp);
+    if (sp.split) {
         TLOGD_FN(TAG_POWER, "extract_rpm_info",
-                 "%s() %d: extract_rpm_info split 1:%s, 2:%s, 3:%s, 4:%s", tok[0], tok[1], tok[2],
-                 tok[3]);
-        copy_bounded(s->count, tok[0], sizeof(s->count));
-        copy_bounded(s->duration, tok[3], sizeof(s->duration));
+                 "%s() %d: extract_rpm_info split 1:%s, 2:%s, 3:%s, 4:%s", sp.tok[0], sp.tok[1],
+                 sp.tok[2], sp.tok[3]);
+        copy_bounded(s->count, sp.tok[0], sizeof(s->count));
+        copy_bounded(s->duration, sp.tok[3], sizeof(s->duration));
     }
     return 0;
 }
@@ -330,14 +335,13 @@ static bool read_wlan_stats(const char* path, char* text, size_t size) {
 
 // Takes sleep time, total on time, sleep-enter counter and timestamp out of the WLAN text.
 static void split_wlan_fields(const char* text, char (*fields)[LPM_FIELD_LEN]) {
-    char copy[LPM_WLAN_TEXT_LEN];
-    copy_bounded(copy, text, sizeof(copy));
-    const char* tok[LPM_SPLIT_TOKENS];
-    if (split_blank4(copy, tok)) {
+    blank_split sp;
+    split_blank4(text, &sp);
+    if (sp.split) {
         TLOGD_FN(TAG_POWER, "extract_wcnss_info",
-                 "%s() %d: extract_wcnss_info split 1:%s, 2:%s, 3:%s, 4:%s", tok[0], tok[1], tok[2],
-                 tok[3]);
-        for (int f = 0; f < LPM_WLAN_FIELDS; f++) copy_bounded(fields[f], tok[f], LPM_FIELD_LEN);
+                 "%s() %d: extract_wcnss_info split 1:%s, 2:%s, 3:%s, 4:%s", sp.tok[0], sp.tok[1],
+                 sp.tok[2], sp.tok[3]);
+        for (int f = 0; f < LPM_WLAN_FIELDS; f++) copy_bounded(fields[f], sp.tok[f], LPM_FIELD_LEN);
     }
 }
 
