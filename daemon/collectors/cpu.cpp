@@ -123,7 +123,7 @@ static int32_t check_cpufreq_policy_num() {
 }
 
 static int32_t check_cpu_min_max() {
-    FILE* fp = fopen(CPU_POSSIBLE_PATH, "r");
+    FILE* fp = fopen(CPU_POSSIBLE_PATH, "re");
     if (fp == nullptr) {
         int err = errno;
         TLOGE(TAG_POWER, "%s() %d: Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
@@ -162,7 +162,7 @@ static void InitClusterFreqList(int slot) {
     char path[PATH_BUFLEN];
     snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
              g_cpu.cluster[slot]);
-    FILE* fp = fopen(path, "r");
+    FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
     int n = 0;
     unsigned int value = 0;
@@ -184,7 +184,7 @@ static void InitClusterCapacityList(int slot) {
 
     char path[PATH_BUFLEN];
     snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity", g_cpu.cluster[slot]);
-    FILE* fp = fopen(path, "r");
+    FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
     unsigned int capacity = 0;
     if (fscanf(fp, "%u", &capacity) != 1) capacity = 0;

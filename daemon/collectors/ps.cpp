@@ -20,7 +20,7 @@ int32_t collect_ps_stats_hndl(uint64_t) {
     record rec(buf, sizeof(buf));
     memset(line, 0, sizeof(line));
 
-    FILE* out = popen(PS_SCRIPT, "r");
+    FILE* out = popen(PS_SCRIPT, "re");
     if (out == nullptr) {
         int err = errno;
         TLOGW(TAG_POWER, "%s() %d: open failed error:%s", strerror(err));
