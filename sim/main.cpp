@@ -1,7 +1,8 @@
 // tarn_sim: runs a command against a simulated device and serves it the platform's services.
 //
 //   tarn_sim run --image DIR [--root DIR] [--records FILE] [--prop KEY=VALUE]... [--no-perf-hal]
-//                [--no-telemetry] [--animate] [--duration SECONDS] -- COMMAND [ARG...]
+//                [--no-telemetry] [--animate] [--timestamps] [--duration SECONDS]
+//                -- COMMAND [ARG...]
 //   tarn_sim campaign start|stop, tarn_sim hint, tarn_sim stop: control of a running simulator.
 #include <errno.h>
 #include <limits.h>
@@ -43,6 +44,7 @@ struct RunOptions {
     bool perf_hal = true;
     bool telemetry = true;
     bool animate = false;
+    bool timestamps = false;
     double duration = 0;
     std::vector<std::string> command;
 };
@@ -52,7 +54,8 @@ int usage(const std::string& msg) {
     fprintf(
         stderr,
         "usage: tarn_sim run --image DIR [--root DIR] [--records FILE] [--prop KEY=VALUE]...\n"
-        "                    [--no-perf-hal] [--no-telemetry] [--animate] [--duration SECONDS]\n"
+        "                    [--no-perf-hal] [--no-telemetry] [--animate] [--timestamps]\n"
+        "                    [--duration SECONDS]\n"
         "                    -- COMMAND [ARG...]\n"
         "       tarn_sim campaign start --root DIR (--text TEXT | --file FILE)\n"
         "       tarn_sim campaign stop --root DIR\n"
@@ -80,7 +83,8 @@ bool parse_run(int argc, char** argv, RunOptions* opts, std::string* err) {
             value = arg.substr(eq + 1);
             inline_value = true;
         }
-        bool flag = name == "--no-perf-hal" || name == "--no-telemetry" || name == "--animate";
+        bool flag = name == "--no-perf-hal" || name == "--no-telemetry" || name == "--animate" ||
+                    name == "--timestamps";
         if (flag) {
             if (inline_value) {
                 *err = name + " takes no value";
@@ -89,6 +93,7 @@ bool parse_run(int argc, char** argv, RunOptions* opts, std::string* err) {
             if (name == "--no-perf-hal") opts->perf_hal = false;
             if (name == "--no-telemetry") opts->telemetry = false;
             if (name == "--animate") opts->animate = true;
+            if (name == "--timestamps") opts->timestamps = true;
             continue;
         }
         if (name != "--image" && name != "--root" && name != "--records" && name != "--prop" &&
@@ -255,6 +260,8 @@ int run_main(int argc, char** argv) {
     }
     char cwd[PATH_MAX];
     if (getcwd(cwd, sizeof(cwd)) != nullptr) sandbox.cwd = cwd;
+
+    if (opts.timestamps) records.start_timestamps();
 
     // Fork before any thread exists, so the child may allocate freely while it sets up.
     pid_t parent = getpid();
