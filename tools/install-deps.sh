@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, only those that are missing.
+# Further package names given as arguments are installed too (python3-matplotlib for the plot
+# of tools/tarn_records).
 set -euo pipefail
 pkgs=(cmake make g++ clang libprotobuf-dev protobuf-compiler libgtest-dev libgmock-dev
-      libbenchmark-dev)
+      libbenchmark-dev "$@")
 missing=()
 for p in "${pkgs[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -177,6 +178,20 @@ TEST(ServicesTest, RoundTripsThroughTheStandIns) {
     EXPECT_TRUE(contains(log, "collector probe.collector deregistered")) << log;
     EXPECT_NE(0, sim.control({"campaign", "stop"}));
     EXPECT_TRUE(contains(sim.log(), "no simulator is running at " + sim.root())) << sim.log();
+}
+
+TEST(ServicesTest, TimestampsPrecedeTheRecordsLineWhenAsked) {
+    SimOptions opts;
+    opts.image = kBare;
+    opts.timestamps = true;
+    SimRun sim(opts, {kProbe, "pool-first"});
+    ASSERT_TRUE(sim.wait_for_log("probe: register ok=1 ret=0")) << sim.log();
+    ASSERT_EQ(0, sim.control({"campaign", "start", "--text", "version: 5"}));
+    ASSERT_TRUE(sim.wait_for_records([](const std::vector<std::string>& r) { return !r.empty(); }));
+    // Seconds since the start with milliseconds, a tab, then the line as without the option.
+    std::string line = sim.records()[0];
+    EXPECT_TRUE(std::regex_match(line, std::regex("[0-9]+\\.[0-9]{3}\t77\t\\\\x08\\\\x05"))) << line;
+    EXPECT_LT(std::stod(line), 600.0) << line;
 }
 
 // Gone, or a zombie that nobody has reaped yet.
