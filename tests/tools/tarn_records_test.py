@@ -2,13 +2,11 @@
 file with timestamps and a local record file of the same run."""
 
 import csv
-import importlib.machinery
-import importlib.util
 import io
 import os
 import subprocess
-import sys
 import tempfile
+import types
 import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -17,10 +15,11 @@ TOOL = os.path.join(SOURCE, "tools", "tarn_records")
 RECORDS = os.path.join(SOURCE, "tests", "fixtures", "records", "phone8.records")
 LOCAL = os.path.join(SOURCE, "tests", "fixtures", "records", "phone8_local.txt")
 
-_loader = importlib.machinery.SourceFileLoader("tarn_records", TOOL)
-_spec = importlib.util.spec_from_loader("tarn_records", _loader)
-tr = importlib.util.module_from_spec(_spec)
-_loader.exec_module(tr)
+# The tool is a script without a .py name: load it as a module.
+tr = types.ModuleType("tarn_records")
+tr.__file__ = TOOL
+with open(TOOL) as _f:
+    exec(compile(_f.read(), TOOL, "exec"), tr.__dict__)
 
 HEADER = "tarn-stats-v2.1,Orvane,Kestrel 8,PH8A0042117,KESTREL8.LA.2.0-04411-STD.PROD-1"
 
