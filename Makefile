@@ -1,4 +1,4 @@
-# make demo: run the daemon on the simulated phone8 device.
+# make demo: run the daemon on the simulated phone8 device, then draw the run in build/demo.png.
 # make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
 # make bench: time each collector's handler, a whole tick and the record upload on phone8.
 # make test-arm64: cross-build for AArch64 and run every test under qemu user-mode emulation.
@@ -26,6 +26,7 @@ build-asan: deps
 	@cmake --build $(ASAN_BUILD) -j$(JOBS)
 
 test: build build-asan
+	@bash tools/install-deps.sh plot
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
 	@cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
 
