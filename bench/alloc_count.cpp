@@ -14,6 +14,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <link.h>
+#include <pthread.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -22,8 +23,6 @@
 #include <time.h>
 #include <unistd.h>
 #include <unwind.h>
-
-#include <pthread.h>
 
 extern "C" {
 void* __libc_malloc(size_t);
@@ -195,8 +194,9 @@ int pthread_cond_timedwait(pthread_cond_t* c, pthread_mutex_t* m, const struct t
 
 int pthread_cond_clockwait(pthread_cond_t* c, pthread_mutex_t* m, clockid_t clock,
                            const struct timespec* t) {
-    static auto real = next<int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t,
-                                    const struct timespec*)>(__func__);
+    static auto real =
+        next<int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const struct timespec*)>(
+            __func__);
     count_wait();
     return real(c, m, clock, t);
 }

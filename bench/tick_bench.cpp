@@ -109,7 +109,6 @@ void BM_LogBlob(benchmark::State& state) {
 }
 BENCHMARK(BM_LogBlob);
 
-
 long resident_kib() {
     long kib = -1;
     if (FILE* f = fopen("/proc/self/status", "re")) {
