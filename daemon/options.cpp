@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_MAIN
+
 #include "options.h"
 
 #include <errno.h>
@@ -70,8 +72,7 @@ void open_local_file(const char* path) {
     FILE* fp = open_for_append(path);
     if (fp == nullptr) {
         int err = errno;
-        TLOGE_FN(TAG_MAIN, "main", "%s() %d: open[%s] failed errno:%d [%s]", path, err,
-                 strerror(err));
+        TLOGE_FN("main", "open[%s] failed errno:%d [%s]", path, err, strerror(err));
         return;
     }
     // A later --local replaces an earlier one; nothing has been written to the earlier file yet.

@@ -2,6 +2,8 @@
 // and prefix on each of its ticks; each call ships at most one file, which is then renamed with
 // the suffix "_readed" so that it is never sent twice. The line carries the same record header as
 // every other upload, then the application name, the file's path and its content.
+#define TARN_LOG_TAG TAG_STABILITY
+
 #include "report/file_upload.h"
 
 #include <dirent.h>
@@ -67,8 +69,8 @@ bool compose_path(const char* dir, const char* name, char* path_out) {
 int32_t log_file(int32_t kpi_id, const char* data, uint32_t len) {
     if (g_file_header_len == 0) {
         g_file_header_len = format_record_header(g_file_record, sizeof(g_file_record));
-        TLOGW(TAG_HELP, "%s() %d: First Start [%s] usesize:%d", g_file_record,
-              static_cast<int>(g_file_header_len));
+        TLOGW_AT(TAG_HELP, __func__, "First Start [%s] usesize:%d", g_file_record,
+                 static_cast<int>(g_file_header_len));
     }
     memset(g_file_record + g_file_header_len, 0, sizeof(g_file_record) - g_file_header_len);
 
@@ -87,8 +89,8 @@ int32_t log_file(int32_t kpi_id, const char* data, uint32_t len) {
     memcpy(g_file_record + head, data, write);
     const uint32_t size = head + write;
 
-    TLOGD(TAG_HELP, "%s() %d: kpi_id:%u [%s] size:%d write size:%u\n",
-          static_cast<uint32_t>(kpi_id), g_file_record, static_cast<int>(size), write);
+    TLOGD_AT(TAG_HELP, __func__, "kpi_id:%u [%s] size:%d write size:%u\n",
+             static_cast<uint32_t>(kpi_id), g_file_record, static_cast<int>(size), write);
 
     int32_t ret;
     zel_hndl_t hndl = g_zel_hndl;
@@ -100,7 +102,7 @@ int32_t log_file(int32_t kpi_id, const char* data, uint32_t len) {
     }
     write_local_record(g_file_record);
 
-    TLOGD(TAG_HELP, "%s() %d: zel_log_blob() ret:%d", ret);
+    TLOGD_AT(TAG_HELP, __func__, "zel_log_blob() ret:%d", ret);
     return ret;
 }
 
@@ -125,7 +127,7 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
                     int depth) {
     DIR* dp = opendir(dir);
     if (dp == nullptr) {
-        TLOGW(TAG_STABILITY, "%s() %d: open %s failed \n", dir);
+        TLOGW("open %s failed \n", dir);
         return -EINVAL;
     }
 
@@ -149,7 +151,7 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
             // A path that does not fit is never handed out cut: the file is passed over and
             // the search goes on.
             if (!compose_path(dir, name, path_out)) {
-                TLOGW(TAG_STABILITY, "%s() %d: path of %s in %s too long, skipped\n", name, dir);
+                TLOGW("path of %s in %s too long, skipped\n", name, dir);
                 continue;
             }
             found = name;
@@ -161,14 +163,14 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
         closedir(dp);
         return ret;
     }
-    TLOGD(TAG_STABILITY, "%s() %d: found file: %s\n", path_out);
+    TLOGD("found file: %s\n", path_out);
     closedir(dp);
     return 1;
 }
 
 int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     if (!stability_ready()) {
-        TLOGW(TAG_STABILITY, "%s() %d: no need to collect data.\n");
+        TLOGW("no need to collect data.\n");
         return -1;
     }
 
@@ -180,15 +182,15 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     (void)cd;
 
     int32_t status = getFileName(dir, prefix, strlen(prefix), path);
-    TLOGD(TAG_STABILITY, "%s() %d: retrieve file: %s of status: %d\n", path, status);
+    TLOGD("retrieve file: %s of status: %d\n", path, status);
     if (status != 1) {
-        TLOGW(TAG_STABILITY, "%s() %d: no qualified %s log founded, so skip.\n", prefix);
+        TLOGW("no qualified %s log founded, so skip.\n", prefix);
         return -1;
     }
 
     FILE* fp = open_regular_file(path);
     if (fp == nullptr) {
-        TLOGW(TAG_STABILITY, "%s() %d: ERROR: %s file not exist !\n", path);
+        TLOGW("ERROR: %s file not exist !\n", path);
         return -1;
     }
 
@@ -197,12 +199,12 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     path[path_len++] = ',';
     memcpy(g_file_buf, path, path_len);
     size_t nread = fread(g_file_buf + path_len, 1, kFileBufSize - path_len - kFileReadReserve, fp);
-    TLOGW(TAG_STABILITY, "%s() %d: file read: %d bytes\n", static_cast<int>(nread));
+    TLOGW("file read: %d bytes\n", static_cast<int>(nread));
     fclose(fp);
 
     PowerZELHelper::getInstance();
     int32_t ret = log_file(kpi_id, g_file_buf, static_cast<uint32_t>(path_len + nread));
-    TLOGW(TAG_STABILITY, "%s() %d: upload status = %d\n", ret);
+    TLOGW("upload status = %d\n", ret);
 
     // Mark the file as reported. The new name is bounded like every found path. When the suffix
     // is cut, the new name is at least kFilePathSize - 1 characters long, too long for the search
@@ -212,6 +214,6 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     snprintf(readed, sizeof(readed), "%s" FILE_READED_SUFFIX, path);
     // When the rename fails the file stays unreported and is found again on the next call.
     rename(path, readed);
-    TLOGD(TAG_STABILITY, "%s() %d: copy = %s\n", readed);
+    TLOGD("copy = %s\n", readed);
     return ret;
 }

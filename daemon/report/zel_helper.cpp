@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_HELP
+
 #include "report/zel_helper.h"
 
 #include <stdio.h>
@@ -39,7 +41,7 @@ PowerZELHelper::PowerZELHelper() {
 }
 
 PowerZELHelper::~PowerZELHelper() {
-    TLOGW(TAG_HELP, "%s() %d: PowerZELHelper() do zel_deregister()");
+    TLOGW("PowerZELHelper() do zel_deregister()");
     zel_hndl_t hndl = g_zel_hndl.exchange(nullptr);
     if (hndl != nullptr) zel_deregister(hndl);
 }
@@ -57,8 +59,7 @@ uint32_t format_record_header(char* buf, size_t size) {
 void PowerZELHelper::log_blob(uint32_t kpi_id, const char* data, uint32_t /*len*/) {
     if (sHeaderLen == 0) {
         sHeaderLen = format_record_header(sRecord, sizeof(sRecord));
-        TLOGW(TAG_HELP, "%s() %d: First Start [%s] usesize:%d", sRecord,
-              static_cast<int>(sHeaderLen));
+        TLOGW("First Start [%s] usesize:%d", sRecord, static_cast<int>(sHeaderLen));
     }
     size_t room = sizeof(sRecord) - sHeaderLen;
     memset(sRecord + sHeaderLen, 0, room);
@@ -71,12 +72,11 @@ void PowerZELHelper::log_blob(uint32_t kpi_id, const char* data, uint32_t /*len*
     int32_t ret = 0;
     zel_hndl_t hndl = g_zel_hndl;
     if (hndl != nullptr) {
-        TLOGD(TAG_HELP, "%s() %d: kpi_id:%u sndsize:%d ret:%d [%s] ", kpi_id,
-              static_cast<int>(size), 0, sRecord);
+        TLOGD("kpi_id:%u sndsize:%d ret:%d [%s] ", kpi_id, static_cast<int>(size), 0, sRecord);
         ret = zel_log_blob(hndl, kpi_id, reinterpret_cast<const uint8_t*>(sRecord), size);
     }
     write_local_record(sRecord);
-    TLOGD(TAG_HELP, "%s() %d: zel_log_blob() ret:%d", ret);
+    TLOGD("zel_log_blob() ret:%d", ret);
 }
 
 void write_local_record(const char* line) {
