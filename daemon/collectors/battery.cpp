@@ -8,11 +8,11 @@
 #include "collectors/fnode.h"
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
 #define BATTERY_UEVENT_PATH "/sys/class/power_supply/battery/uevent"
-#define KPI_ID_BATTERY_STAT 2
 
 static FILE* g_battery_fp = nullptr;
 
@@ -83,7 +83,7 @@ void battery_parse_uevent(const char* data, size_t len, battery_fields* out) {
 int32_t collect_battery_stats_hndl(uint64_t) {
     battery_fields f;
     memset(&f, 0, sizeof(f));
-    char record[BATTERY_FIELD_LEN] = {0};
+    char text[BATTERY_FIELD_LEN] = {0};
 
     if (g_battery_fp == nullptr) return 0;
     char node[NODE_BUF_LEN];
@@ -95,9 +95,11 @@ int32_t collect_battery_stats_hndl(uint64_t) {
           "status:%s",
           f.voltage, f.current, f.temperature, f.capacity, f.status);
 
-    int ret = snprintf(record, sizeof(record), "%s,%d,%d,%d,%d,%s", "battery", f.capacity,
-                       f.voltage, f.current, f.temperature, f.status);
-    uint32_t len_out = ret < 0 ? 0 : (uint32_t)strlen(record);
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_BATTERY_STAT, record, len_out);
+    // Not a record built by appends: one bounded format into a short buffer, whose status field
+    // can be longer than the buffer. The record is cut there and the result is the uncut length.
+    int ret = snprintf(text, sizeof(text), "%s,%d,%d,%d,%d,%s", "battery", f.capacity, f.voltage,
+                       f.current, f.temperature, f.status);
+    uint32_t len_out = ret < 0 ? 0 : (uint32_t)strlen(text);
+    PowerZELHelper::getInstance()->log_blob(kpi::BATTERY_STAT, text, len_out);
     return ret;
 }

@@ -1,13 +1,12 @@
 // Brightness collector: the panel backlight's raw level, one record per period under KPI 8.
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
+#include "core/kpi_ids.h"
 
-#define KPI_ID_BRIGHTNESS 8
-
-static int get_panel_brightness(char* buf, int32_t use) {
-    return append_node_u32(FNODE_BRIGHTNESS, __func__, "cur_bri", buf, use);
+static int get_panel_brightness(record* rec) {
+    return append_node_u32(FNODE_BRIGHTNESS, __func__, "cur_bri", rec);
 }
 
 int32_t collect_brightness_stats_hndl(uint64_t) {
-    return report_node_value(__func__, __func__, "BRI,", KPI_ID_BRIGHTNESS, get_panel_brightness);
+    return report_node_value(__func__, __func__, "BRI,", kpi::BRIGHTNESS, get_panel_brightness);
 }

@@ -32,3 +32,11 @@ bool stability_ready();
 int32_t collect_mtbf_info_init();
 int32_t collect_mtbf_info_exit();
 int32_t collect_mtbf_stats_hndl(uint64_t flag);
+
+// Kept state: each collector that keeps values between calls holds them in one place, and its
+// reset returns them to their state at process start. The CPU collector's init also resets the
+// GPU collector's kept rows.
+void cpu_reset_kept();
+void gpu_reset_kept();
+void lpm_reset_kept();
+void thermal_reset_kept();

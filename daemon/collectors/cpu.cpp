@@ -14,15 +14,13 @@
 
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
-#include "collectors/gpu.h"
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
 #define CPUFREQ_DIR "/sys/devices/system/cpu/cpufreq/"
 #define CPU_POSSIBLE_PATH "/sys/devices/system/cpu/possible"
-#define KPI_ID_CPUFREQ 3
 
 #define CLUSTER_SLOTS 8
 #define REPORTED_SLOTS 7  // the eighth slot is opened but never reported
@@ -32,26 +30,41 @@
 #define PATH_BUFLEN 4096
 #define STAT_LINE_LEN 512
 
-// Until the first init the table holds the marker only in its first slot, so a handler call
-// before init visits slot 1 (policy 0), finds no open file and fails.
-static int32_t g_cluster[CLUSTER_SLOTS] = {NO_POLICY, 0, 0, 0, 0, 0, 0, 0};
-static uint32_t g_cpu_min = 0;
-static uint32_t g_cpu_count = 0;
-
-static uint64_t cluster_freq_list[CLUSTER_SLOTS][MAX_FREQ_STEPS];
-static int32_t freq_num[CLUSTER_SLOTS];
-static uint64_t cluster_cap_list[CLUSTER_SLOTS][MAX_FREQ_STEPS];
-static uint64_t cluster_avg_freq[CLUSTER_SLOTS];
-// Cumulative time of each time_in_state line at the previous reading, by line position.
-static uint64_t g_kept_step_time[CLUSTER_SLOTS][MAX_FREQ_STEPS];
-
 struct cpu_counters {
     uint32_t cpu;
     uint32_t user, nice, system, idle, iowait, irq, softirq;
     uint32_t total;
     uint32_t kept_total, kept_idle, kept_iowait;
 };
-static cpu_counters g_cpu_counters[MAX_CPUS];
+
+// What the collector keeps between calls: the topology found at init and the readings that the
+// next period's differences are taken from.
+struct cpu_kept {
+    int32_t cluster[CLUSTER_SLOTS];  // policy numbers, NO_POLICY in unused slots
+    uint32_t cpu_min;
+    uint32_t cpu_count;
+    uint64_t cluster_freq_list[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+    int32_t freq_num[CLUSTER_SLOTS];
+    uint64_t cluster_cap_list[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+    uint64_t cluster_avg_freq[CLUSTER_SLOTS];
+    // Cumulative time of each time_in_state line at the previous reading, by line position.
+    uint64_t step_time[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+    cpu_counters counters[MAX_CPUS];
+};
+
+// The state at process start. Until the first init the table holds the marker only in its first
+// slot, so a handler call before init visits slot 1 (policy 0), finds no open file and fails.
+static cpu_kept cpu_start_state() {
+    cpu_kept kept = {};
+    kept.cluster[0] = NO_POLICY;
+    return kept;
+}
+
+static cpu_kept g_cpu = cpu_start_state();
+
+void cpu_reset_kept() {
+    g_cpu = cpu_start_state();
+}
 
 static int fnode_cpu_row(int slot, int which) {
     return FNODE_CPU_BASE + slot * FNODE_CPU_GROUP_ROWS + which;
@@ -105,7 +118,7 @@ static int32_t check_cpufreq_policy_num() {
         for (; j >= 0 && scan[j] > v; j--) scan[j + 1] = scan[j];
         scan[j + 1] = v;
     }
-    for (int i = 0; i < CLUSTER_SLOTS; i++) g_cluster[i] = i < taken ? scan[i] : NO_POLICY;
+    for (int i = 0; i < CLUSTER_SLOTS; i++) g_cpu.cluster[i] = i < taken ? scan[i] : NO_POLICY;
     return 0;
 }
 
@@ -119,8 +132,8 @@ static int32_t check_cpu_min_max() {
     unsigned int min = 0, max = 0;
     int ret = fscanf(fp, "%u-%u", &min, &max);
     TLOGW(TAG_POWER, "%s() %d: CPU min: %u, max: %u ret:%d", min, max, ret);
-    g_cpu_min = min;
-    g_cpu_count = max + 1;
+    g_cpu.cpu_min = min;
+    g_cpu.cpu_count = max + 1;
     fclose(fp);
     return 0;
 }
@@ -128,11 +141,11 @@ static int32_t check_cpu_min_max() {
 static void policy_check_file_path() {
     char path[PATH_BUFLEN];
     for (int slot = 0; slot < CLUSTER_SLOTS; slot++) {
-        if (g_cluster[slot] == NO_POLICY) continue;
+        if (g_cpu.cluster[slot] == NO_POLICY) continue;
         for (int which = 0; which < FNODE_CPU_GROUP_ROWS; which++) {
             // The first group's rows name the files; the same names serve every cluster.
             memset(path, 0, sizeof(path));
-            snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cluster[slot],
+            snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cpu.cluster[slot],
                      g_fnode_table[fnode_cpu_row(0, which)].path);
             TLOGW(TAG_POWER, "%s() %d: filepath:%s", path);
             struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
@@ -148,29 +161,29 @@ static void policy_check_file_path() {
 static void InitClusterFreqList(int slot) {
     char path[PATH_BUFLEN];
     snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
-             g_cluster[slot]);
+             g_cpu.cluster[slot]);
     FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
     int n = 0;
     unsigned int value = 0;
     while (n < MAX_FREQ_STEPS && fscanf(fp, "%u", &value) == 1) {
-        cluster_freq_list[slot][n] = value;
+        g_cpu.cluster_freq_list[slot][n] = value;
         TLOGD(TAG_POWER, "%s() %d: InitClusterFreqList cluster_freq_list[%d][%d]:%llu", slot, n,
               (unsigned long long)value);
         n++;
     }
-    freq_num[slot] = n;
+    g_cpu.freq_num[slot] = n;
     fclose(fp);
 }
 
 // One weight in 1..100 per frequency step: the step's share of the last listed frequency scaled
 // by the capacity of the cluster's first CPU (capacity 1024 is the biggest CPU of the system).
 static void InitClusterCapacityList(int slot) {
-    int n = std::min<int32_t>(freq_num[slot], MAX_FREQ_STEPS);
-    uint64_t fmax = n > 0 ? cluster_freq_list[slot][n - 1] : 0;
+    int n = std::min<int32_t>(g_cpu.freq_num[slot], MAX_FREQ_STEPS);
+    uint64_t fmax = n > 0 ? g_cpu.cluster_freq_list[slot][n - 1] : 0;
 
     char path[PATH_BUFLEN];
-    snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity", g_cluster[slot]);
+    snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity", g_cpu.cluster[slot]);
     FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
     unsigned int capacity = 0;
@@ -178,11 +191,11 @@ static void InitClusterCapacityList(int slot) {
     fclose(fp);
 
     for (int i = 0; i < n; i++) {
-        uint64_t pct = fmax != 0 ? cluster_freq_list[slot][i] * 100 / fmax : 0;
+        uint64_t pct = fmax != 0 ? g_cpu.cluster_freq_list[slot][i] * 100 / fmax : 0;
         uint64_t weight = (pct * capacity) >> 10;
         if (weight > 100) weight = 100;
         if (weight < 1) weight = 1;
-        cluster_cap_list[slot][i] = weight;
+        g_cpu.cluster_cap_list[slot][i] = weight;
         TLOGD(TAG_POWER,
               "%s() %d: original cluster:%d freq_num:%d cluster_cap_list[%d][%d]:%llu cap:%llu",
               slot, i, slot, i, (unsigned long long)weight, (unsigned long long)weight);
@@ -195,14 +208,14 @@ int32_t collect_cpu_stats_init() {
     ret = check_cpu_min_max();
     if (ret < 0) return ret;
 
-    memset(g_cpu_counters, 0, sizeof(g_cpu_counters));
-    gpu_clear_kept_rows();
+    memset(g_cpu.counters, 0, sizeof(g_cpu.counters));
+    gpu_reset_kept();
 
     policy_check_file_path();
     fnode_open_all();
 
     for (int slot = 0; slot < CLUSTER_SLOTS; slot++) {
-        if (g_cluster[slot] == NO_POLICY) continue;
+        if (g_cpu.cluster[slot] == NO_POLICY) continue;
         InitClusterFreqList(slot);
         InitClusterCapacityList(slot);
     }
@@ -225,11 +238,11 @@ uint64_t cpu_parse_time_in_state(int slot, const char* data, size_t len, uint64_
         if (mem_scan_ull(&in, &freq) != 1) break;
         mem_skip_space(&in);
         if (mem_scan_ull(&in, &time) != 1) break;
-        uint64_t kept = g_kept_step_time[slot][j];
+        uint64_t kept = g_cpu.step_time[slot][j];
         uint64_t delta = time >= kept ? time - kept : time;
-        g_kept_step_time[slot][j] = time;
+        g_cpu.step_time[slot][j] = time;
         total += delta;
-        *weighted += cluster_cap_list[slot][j] * delta;
+        *weighted += g_cpu.cluster_cap_list[slot][j] * delta;
     }
     return total;
 }
@@ -237,7 +250,7 @@ uint64_t cpu_parse_time_in_state(int slot, const char* data, size_t len, uint64_
 // The time-weighted average frequency of the cluster since the previous reading, and the time
 // it covers. Line j of time_in_state is matched to frequency step j by position; lines beyond
 // the room for kept times are not counted.
-static int get_cpus_time_in_state(int slot, char* buf, int32_t use) {
+static int get_cpus_time_in_state(int slot, record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(fnode_cpu_row(slot, FNODE_CPU_TIME_IN_STATE), node, sizeof(node));
     if (len < 0) {
@@ -248,17 +261,17 @@ static int get_cpus_time_in_state(int slot, char* buf, int32_t use) {
     uint64_t total = cpu_parse_time_in_state(slot, node, (size_t)len, &weighted);
     uint64_t avg = total != 0 ? weighted / total : 0;
 
-    int steps = std::min<int32_t>(freq_num[slot], MAX_FREQ_STEPS);
+    int steps = std::min<int32_t>(g_cpu.freq_num[slot], MAX_FREQ_STEPS);
     for (int j = 0; j < steps; j++) {
-        if (cluster_cap_list[slot][j] >= avg) {
-            cluster_avg_freq[slot] = cluster_freq_list[slot][j];
+        if (g_cpu.cluster_cap_list[slot][j] >= avg) {
+            g_cpu.cluster_avg_freq[slot] = g_cpu.cluster_freq_list[slot][j];
             break;
         }
     }
     TLOGD(TAG_POWER, "%s() %d: idx:%d cluster_avg_freq[%d]:%llu", slot, slot,
-          (unsigned long long)cluster_avg_freq[slot]);
-    return record_appendf(buf, use, "%llu,%llu,", (unsigned long long)cluster_avg_freq[slot],
-                          (unsigned long long)total);
+          (unsigned long long)g_cpu.cluster_avg_freq[slot]);
+    return rec->append("%llu,%llu,", (unsigned long long)g_cpu.cluster_avg_freq[slot],
+                       (unsigned long long)total);
 }
 
 // Takes one per-CPU utilisation reading from /proc/stat: for each CPU line the share of the time
@@ -272,7 +285,7 @@ void cpu_parse_stat(const char* data, size_t len, float* util) {
     memset(line, 0, sizeof(line));
     if (mem_gets(line, sizeof(line), &in) == nullptr) return;  // the all-CPU line
 
-    uint32_t lines = std::min<uint32_t>(g_cpu_count, MAX_CPUS);
+    uint32_t lines = std::min<uint32_t>(g_cpu.cpu_count, MAX_CPUS);
     for (uint32_t n = 0; n < lines; n++) {
         memset(line, 0, sizeof(line));
         if (mem_gets(line, sizeof(line), &in) == nullptr) break;
@@ -284,7 +297,7 @@ void cpu_parse_stat(const char* data, size_t len, float* util) {
         unsigned int v[8] = {0};
         sscanf(line, "cpu%u %u %u %u %u %u %u %u", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6],
                &v[7]);
-        cpu_counters* c = &g_cpu_counters[cpu];
+        cpu_counters* c = &g_cpu.counters[cpu];
         c->cpu = v[0];
         c->user = v[1];
         c->nice = v[2];
@@ -318,9 +331,9 @@ struct util_reading {
 // Mean utilisation of the cluster's CPUs: from its policy number up to the next cluster's, or
 // its first CPU alone when it is the last cluster. CPUs beyond the eight that are tracked have
 // no reading and are left out of the mean.
-static int get_cpus_util(int slot, char* buf, int32_t use, util_reading* reading) {
-    int32_t cpu_start = g_cluster[slot];
-    int32_t next = g_cluster[slot + 1];
+static int get_cpus_util(int slot, record* rec, util_reading* reading) {
+    int32_t cpu_start = g_cpu.cluster[slot];
+    int32_t next = g_cpu.cluster[slot + 1];
     int32_t cpu_end = next == NO_POLICY ? cpu_start + 1 : next;
 
     if (g_fnode_table[FNODE_PROC_STAT].fp == nullptr) {
@@ -344,39 +357,37 @@ static int get_cpus_util(int slot, char* buf, int32_t use, util_reading* reading
         count++;
     }
     float mean = count > 0 ? sum / (float)count : 0.0f;
-    return record_appendf(buf, use, "%.2f,", mean);
+    return rec->append("%.2f,", mean);
 }
 
 int32_t collect_cpu_stats_hndl(uint64_t) {
     char buf[RECORD_BUFLEN];
-    int32_t use = 0;
+    record rec(buf, sizeof(buf));
     int32_t result = 0;
     util_reading reading = {};
 
     TLOGD(TAG_POWER, "%s() %d: get_cpu_stats ret:%d use:%d", 0, 0);
     for (int slot = 0; slot < REPORTED_SLOTS; slot++) {
-        if (g_cluster[slot] == NO_POLICY) continue;
+        if (g_cpu.cluster[slot] == NO_POLICY) continue;
 
-        memset(buf, 0, sizeof(buf));
-        use = 0;
-        int ret = record_appendf(buf, use, "policy%d,", g_cluster[slot]);
+        rec.clear();
+        int ret = rec.append("policy%d,", g_cpu.cluster[slot]);
         if (ret < 0) return ret;
-        use = record_advance(use, ret);
 
-        ret = get_cpus_time_in_state(slot, buf, use);
+        int32_t use = rec.use;
+        ret = get_cpus_time_in_state(slot, &rec);
         TLOGD(TAG_POWER, "%s() %d: get_cpus_time_in_state() ret:%d use:%d buflen:%d", ret, use,
               RECORD_BUFLEN);
         if (ret < 0) return ret;
-        use = record_advance(use, ret);
 
-        ret = get_cpus_util(slot, buf, use, &reading);
+        use = rec.use;
+        ret = get_cpus_util(slot, &rec, &reading);
         TLOGD(TAG_POWER, "%s() %d: get_cpus_util() ret:%d use:%d buflen:%d", ret, use,
               RECORD_BUFLEN);
         if (ret < 0) return ret;
-        use = record_advance(use, ret);
 
-        PowerZELHelper::getInstance()->log_blob(KPI_ID_CPUFREQ, buf, (uint32_t)use);
-        result = use;
+        rec.report(kpi::CPUFREQ);
+        result = rec.use;
     }
     return result;
 }

@@ -2,14 +2,13 @@
 // under KPI 5.
 #include "collectors/collectors.h"
 #include "collectors/fnode.h"
+#include "core/kpi_ids.h"
 
-#define KPI_ID_DDRFREQ 5
-
-static int get_ddr_cur_freq(char* buf, int32_t use) {
-    return append_node_u32(FNODE_DDR_CUR_FREQ, __func__, "cur_freq", buf, use);
+static int get_ddr_cur_freq(record* rec) {
+    return append_node_u32(FNODE_DDR_CUR_FREQ, __func__, "cur_freq", rec);
 }
 
 int32_t collect_ddr_stats_hndl(uint64_t) {
     // The closing message names the reading step rather than the handler.
-    return report_node_value(__func__, "get_ddr_cur_freq", "DDR,", KPI_ID_DDRFREQ, get_ddr_cur_freq);
+    return report_node_value(__func__, "get_ddr_cur_freq", "DDR,", kpi::DDRFREQ, get_ddr_cur_freq);
 }

@@ -1,13 +1,11 @@
 #include "collectors/fnode.h"
 
 #include <errno.h>
-#include <stdarg.h>
 #include <string.h>
 
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
 #define CPU_ROW(path) \
     { 3, nullptr, path }
@@ -91,27 +89,7 @@ uint32_t node_parse_u32(const char* data, size_t len) {
     return mem_scan_ull(&in, &value) == 1 ? (uint32_t)value : 0;
 }
 
-int record_vappendf(char* buf, int32_t len, int32_t use, const char* fmt, va_list ap) {
-    size_t room = 0;
-    if (use >= 0 && use < len) room = (size_t)(len - use);
-    return vsnprintf(room > 0 ? buf + use : nullptr, room, fmt, ap);
-}
-
-int record_appendf(char* buf, int32_t use, const char* fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    int ret = record_vappendf(buf, RECORD_BUFLEN, use, fmt, ap);
-    va_end(ap);
-    return ret;
-}
-
-int32_t record_advance(int32_t use, int ret, int32_t len) {
-    if (ret <= 0) return use;
-    int64_t next = (int64_t)use + ret;
-    return next > len - 1 ? len - 1 : (int32_t)next;
-}
-
-int append_node_u32(int index, const char* step, const char* label, char* buf, int32_t use) {
+int append_node_u32(int index, const char* step, const char* label, record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(index, node, sizeof(node));
     if (len < 0) {
@@ -120,23 +98,24 @@ int append_node_u32(int index, const char* step, const char* label, char* buf, i
     }
     uint64_t value = node_parse_u32(node, (size_t)len);
     TLOGD_FN(TAG_POWER, step, "%s() %d: %s() %s:%d ", step, label, (int)value);
-    int ret = record_appendf(buf, use, "%lu,", (unsigned long)value);
+    int ret = rec->append("%lu,", (unsigned long)value);
     TLOGD_FN(TAG_POWER, step, "%s() %d: %s() ret:%d ", step, ret);
     return ret;
 }
 
-int32_t report_node_value(const char* hndl, const char* closing, const char* tag, int32_t kpi,
+int32_t report_node_value(const char* hndl, const char* closing, const char* tag, int32_t kpi_id,
                           node_value_step step) {
     char buf[RECORD_BUFLEN];
-    memset(buf, 0, sizeof(buf));
-    int32_t use = record_advance(0, record_appendf(buf, 0, "%s", tag));
+    record rec(buf, sizeof(buf));
+    int ret = rec.append("%s", tag);
+    if (ret < 0) return ret;
 
-    int ret = step(buf, use);
+    int32_t use = rec.use;
+    ret = step(&rec);
     TLOGD_FN(TAG_POWER, hndl, "%s() %d: %s() ret:%d use:%d buflen:%d", closing, ret, use,
              RECORD_BUFLEN);
     if (ret < 0) return ret;
-    use = record_advance(use, ret);
 
-    PowerZELHelper::getInstance()->log_blob(kpi, buf, (uint32_t)use);
-    return use;
+    rec.report(kpi_id);
+    return rec.use;
 }

@@ -1,12 +1,12 @@
 // The node table: kernel files kept open from the CPU collector's init to its exit and read from
-// their start every period, and the record-buffer conventions shared by the table-reading
-// handlers.
+// their start every period, and the handler shape shared by the table-reading collectors.
 #pragma once
 
-#include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <sys/types.h>
+
+#include "collectors/record.h"
 
 struct fnode {
     int32_t type;      // KPI id of the collector that reads the row; descriptive only
@@ -40,39 +40,21 @@ enum {
 
 extern struct fnode g_fnode_table[FNODE_COUNT];
 
-// Size of a handler's record buffer.
-#define RECORD_BUFLEN 4096
+// Appends the value of one node-table row to a record: the number of characters appended, or a
+// negative result (-EINVAL when the row is not open).
+typedef int (*node_value_step)(record* rec);
 
-// Formats a piece of a record at offset `use` of a RECORD_BUFLEN buffer, into the room that is
-// left, and returns the snprintf result (negative on a format error).
-int record_appendf(char* buf, int32_t use, const char* fmt, ...)
-    __attribute__((format(printf, 3, 4)));
-
-// The record length after an append of `ret` characters at `use`. A piece that did not fit was
-// cut by the bounded format, so the length stops at the last byte, which keeps the terminating
-// NUL: the record is reported as far as it goes.
-// `len` is the size of the record buffer.
-int32_t record_advance(int32_t use, int ret, int32_t len = RECORD_BUFLEN);
-
-// record_appendf for a record buffer of `len` bytes, with the arguments as a va_list.
-int record_vappendf(char* buf, int32_t len, int32_t use, const char* fmt, va_list ap)
-    __attribute__((format(printf, 4, 0)));
-
-// Appends the value of one node-table row to a record at `use`: the number of characters
-// appended, or a negative result (-EINVAL when the row is not open).
-typedef int (*node_value_step)(char* buf, int32_t use);
-
-// A handler that reports one value read from one row: zeroes the record, writes `tag`, runs
-// `step`, logs "<closing>() ret:%d use:%d buflen:%d" under the handler's name `hndl`, and on
-// success reports the record under `kpi`. Returns the record's length or the step's negative
-// result (then nothing is reported).
-int32_t report_node_value(const char* hndl, const char* closing, const char* tag, int32_t kpi,
+// A handler that reports one value read from one row: starts the record with `tag`, runs `step`,
+// logs "<closing>() ret:%d use:%d buflen:%d" under the handler's name `hndl` with `use` before the
+// step, and on success reports the record under `kpi_id`. Returns the record's length or the
+// step's negative result (then nothing is reported).
+int32_t report_node_value(const char* hndl, const char* closing, const char* tag, int32_t kpi_id,
                           node_value_step step);
 
 // A reading step for a row that holds one unsigned decimal: logs its messages under the step's
 // name `step` with the value labelled `label`, and appends the value and a comma. Text that is
 // not a number reads as 0.
-int append_node_u32(int index, const char* step, const char* label, char* buf, int32_t use);
+int append_node_u32(int index, const char* step, const char* label, record* rec);
 
 // Opens every row from /proc/stat on that has a path (read-only; a failure leaves the row null),
 // and closes every open row.

@@ -10,9 +10,9 @@
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
 #include "collectors/tokens.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 
-#define KPI_ID_FPS 9
 #define FPS_LINE_LEN 1024
 
 double fps_parse(const char* data, size_t len) {
@@ -20,9 +20,7 @@ double fps_parse(const char* data, size_t len) {
     char line[FPS_LINE_LEN];
     memset(line, 0, sizeof(line));
     double cur_fps = 0.0;
-    while (mem_gets(line, sizeof(line), &in) != nullptr) {
-        size_t n = strlen(line);
-        if (n > 0 && line[n - 1] == '\n') line[n - 1] = '\0';
+    while (mem_get_line(line, sizeof(line), &in) != nullptr) {
         TLOGD_FN(TAG_POWER, "get_fps", "%s() %d: get_fps while orginal line %s ", line);
         char* temp = extract_fps_info(line, ":", 1);
         TLOGD_FN(TAG_POWER, "get_fps", "%s() %d: get_fps while split temp %s ", temp);
@@ -35,7 +33,7 @@ double fps_parse(const char* data, size_t len) {
 
 // Appends the rate to the record; the number of characters appended, or -22 when the node is
 // not open.
-static int get_fps(char* buf, int32_t use) {
+static int get_fps(record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(FNODE_FPS, node, sizeof(node));
     if (len < 0) {
@@ -44,11 +42,11 @@ static int get_fps(char* buf, int32_t use) {
     }
     double cur_fps = fps_parse(node, (size_t)len);
     TLOGD(TAG_POWER, "%s() %d: get_fps() cur_fps:%lf ", cur_fps);
-    int ret = record_appendf(buf, use, "%.1lf,", cur_fps);
+    int ret = rec->append("%.1lf,", cur_fps);
     TLOGD(TAG_POWER, "%s() %d: get_fps() ret:%d ", ret);
     return ret;
 }
 
 int32_t collect_fps_stats_hndl(uint64_t) {
-    return report_node_value(__func__, __func__, "FPS,", KPI_ID_FPS, get_fps);
+    return report_node_value(__func__, __func__, "FPS,", kpi::FPS, get_fps);
 }

@@ -1,7 +1,5 @@
 // GPU collector: current frequency, the time spent at it since it was last seen there, and the
 // busy percentage, one record per period under KPI 4.
-#include "collectors/gpu.h"
-
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
@@ -10,10 +8,9 @@
 #include "collectors/fnode.h"
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
-#define KPI_ID_GPUFREQ 4
 #define MAX_GPU_ROWS 128
 #define GPU_LINE_LEN 1024
 
@@ -25,7 +22,7 @@ struct gpu_kept_row {
 };
 static gpu_kept_row g_gpu_kept[MAX_GPU_ROWS];
 
-void gpu_clear_kept_rows() {
+void gpu_reset_kept() {
     memset(g_gpu_kept, 0, sizeof(g_gpu_kept));
 }
 
@@ -92,24 +89,23 @@ int gpu_parse_busy(const char* data, size_t len, unsigned* busy, unsigned* total
     return 2;
 }
 
-static int get_gpu_freq(char* buf, int32_t use) {
+static int get_gpu_freq(record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(FNODE_GPU_CUR_FREQ, node, sizeof(node));
     if (len < 0) return -EINVAL;
     unsigned int cur = node_parse_u32(node, (size_t)len);
-    int ret = record_appendf(buf, use, "%lu,", (unsigned long)cur);
+    int ret = rec->append("%lu,", (unsigned long)cur);
     if (ret < 0) return ret;
-    use = record_advance(use, ret);
 
     len = fnode_read(FNODE_GPU_TRANS_STAT, node, sizeof(node));
     if (len < 0) return -EINVAL;
     uint64_t delta = gpu_parse_trans_stat(node, (size_t)len, cur);
-    int ret2 = record_appendf(buf, use, "%lu,", (unsigned long)delta);
+    int ret2 = rec->append("%lu,", (unsigned long)delta);
     if (ret2 < 0) return ret2;
     return ret + ret2;
 }
 
-static int get_gpu_load(char* buf, int32_t use) {
+static int get_gpu_load(record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(FNODE_GPU_BUSY, node, sizeof(node));
     if (len < 0) return -EINVAL;
@@ -117,25 +113,27 @@ static int get_gpu_load(char* buf, int32_t use) {
     int ret = gpu_parse_busy(node, (size_t)len, &busy, &total);
     if (ret < 0) return ret;
     float load = total != 0 ? (float)busy * 100.0f / (float)total : 0.0f;
-    return record_appendf(buf, use, "%.2f,", load);
+    return rec->append("%.2f,", load);
 }
 
 int32_t collect_gpu_stats_hndl(uint64_t) {
     char buf[RECORD_BUFLEN];
-    memset(buf, 0, sizeof(buf));
+    record rec(buf, sizeof(buf));
     TLOGD(TAG_POWER, "%s() %d: get_gpu_stats ret:%d use:%d", 0, 0);
-    int32_t use = record_advance(0, record_appendf(buf, 0, "GPU,"));
+    int ret = rec.append("GPU,");
+    if (ret < 0) return ret;
 
-    int ret = get_gpu_freq(buf, use);
+    int32_t use = rec.use;
+    ret = get_gpu_freq(&rec);
     TLOGD(TAG_POWER, "%s() %d: get_gpu_freq() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
     if (ret < 0) return ret;
-    use = record_advance(use, ret);
 
     // The load goes into the record but not into the returned length.
-    ret = get_gpu_load(buf, use);
+    use = rec.use;
+    ret = get_gpu_load(&rec);
     TLOGD(TAG_POWER, "%s() %d: get_gpu_load() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
     if (ret < 0) return ret;
 
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_GPUFREQ, buf, (uint32_t)strlen(buf));
+    rec.report(kpi::GPUFREQ);
     return use;
 }

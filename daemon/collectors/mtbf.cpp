@@ -1,33 +1,26 @@
 // MTBF collector: uploads the system's crash counter, the property "persist.vendor.crash.cnt".
 //
-// Its table row carries id 3000, which is also the id that ends the collector table, so the
+// Its table row carries the MTBF id, which is also the id that ends the collector table, so the
 // scheduler's walk and the configuration pass both stop before it: the row never gets a period or
 // a flag and the scheduler never calls this handler. The handler is kept complete and produces its
 // record when called directly with bit 3 or bit 63 of the flag, after the init; nothing in the
 // daemon calls it that way today.
 #include <cutils/properties.h>
-#include <stdio.h>
-#include <string.h>
 
 #include <atomic>
 
 #include "collectors/collectors.h"
+#include "collectors/record.h"
 #include "core/device_properties.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
-namespace {
+static std::atomic<bool> g_mtbf_ready{false};
 
-std::atomic<bool> g_mtbf_ready{false};
-
-constexpr uint64_t kMtbfFlagMask = 0x8000000000000008ULL;
-constexpr uint32_t kKpiMtbf = 3000;  // KPI_ID_MTBF
-constexpr const char* kCrashCountProp = "persist.vendor.crash.cnt";
+static constexpr const char* kCrashCountProp = "persist.vendor.crash.cnt";
 
 // Record buffer, cleared on every call. Static rather than on the worker's stack.
-char g_mtbf_record[204800];
-
-}  // namespace
+static char g_mtbf_record[204800];
 
 int32_t collect_mtbf_info_init() {
     g_mtbf_ready.store(true, std::memory_order_release);
@@ -40,18 +33,20 @@ int32_t collect_mtbf_info_exit() {
 }
 
 int32_t collect_mtbf_stats_hndl(uint64_t flag) {
-    memset(g_mtbf_record, 0, sizeof(g_mtbf_record));
-    if ((flag & kMtbfFlagMask) == 0 || !g_mtbf_ready.load(std::memory_order_acquire)) return -1;
+    record rec(g_mtbf_record, sizeof(g_mtbf_record), TAG_MTBF);
+    if (!flag_selects(flag, STABILITY_FLAG_ALL, MTBF_FLAG_CRASH_COUNT) ||
+        !g_mtbf_ready.load(std::memory_order_acquire))
+        return -1;
 
     DeviceProperties::getInstance();
 
     char value[PROPERTY_VALUE_MAX];
     property_get_traced(kCrashCountProp, value, "0");
 
-    snprintf(g_mtbf_record, sizeof(g_mtbf_record), "%s", value);
-    TLOGW(TAG_MTBF, "%s() %d: sys crash times: %s\n", g_mtbf_record);
+    int ret = rec.append("%s", value);
+    if (ret < 0) return ret;
+    TLOGW(TAG_MTBF, "%s() %d: sys crash times: %s\n", rec.buf);
 
-    PowerZELHelper::getInstance()->log_blob(kKpiMtbf, g_mtbf_record,
-                                            static_cast<uint32_t>(strlen(g_mtbf_record)));
+    rec.report(kpi::MTBF);
     return 0;
 }

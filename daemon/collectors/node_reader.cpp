@@ -6,6 +6,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "collectors/text.h"
+
 // Reads that end on a multiple of this may be one page of a node served a page at a time.
 #define NODE_PAGE_CHUNK 4096
 
@@ -69,6 +71,12 @@ char* mem_gets(char* line, int size, mem_stream* in) {
         if (c == '\n') break;
     }
     line[n] = '\0';
+    return line;
+}
+
+char* mem_get_line(char* line, int size, mem_stream* in) {
+    if (mem_gets(line, size, in) == nullptr) return nullptr;
+    strip_newline(line);
     return line;
 }
 

@@ -43,6 +43,9 @@ int mem_getc(mem_stream* in);
 // A NUL byte inside the piece is copied like any other byte.
 char* mem_gets(char* line, int size, mem_stream* in);
 
+// mem_gets without the piece's trailing newline.
+char* mem_get_line(char* line, int size, mem_stream* in);
+
 // The blank directive of a scanf format: skips white space.
 void mem_skip_space(mem_stream* in);
 

@@ -1,25 +1,23 @@
 // Process-statistics collector: runs the device's own statistics script once per period and
-// reports what it prints, unchanged and without a tag, as one record under KPI_ID_PS (7).
-// Output that does not fit into the record buffer is not reported at all.
+// reports what it prints, unchanged and without a tag, as one record under the process-statistics
+// id. Output that does not fit into the record buffer is not reported at all.
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
 #include "collectors/collectors.h"
-#include "collectors/fnode.h"
+#include "collectors/record.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
-#define KPI_ID_PS 7
 #define PS_SCRIPT "/data/local/tmp/ps.sh"
 // A longer output line arrives in pieces of at most PS_LINE_LEN - 1 characters.
 #define PS_LINE_LEN 256
 
 int32_t collect_ps_stats_hndl(uint64_t) {
-    char rec[RECORD_BUFLEN];
+    char buf[RECORD_BUFLEN];
     char line[PS_LINE_LEN];
-    int32_t use = 0;
-    memset(rec, 0, sizeof(rec));
+    record rec(buf, sizeof(buf));
     memset(line, 0, sizeof(line));
 
     FILE* out = popen(PS_SCRIPT, "re");
@@ -31,24 +29,23 @@ int32_t collect_ps_stats_hndl(uint64_t) {
 
     while (fgets(line, sizeof(line), out) != nullptr) {
         TLOGD(TAG_POWER, "%s() %d: buffer per line:%s", line);
-        // Leave room for a whole piece before appending, so an append is never cut.
-        if (use + PS_LINE_LEN > RECORD_BUFLEN - 1) {
+        // Leave room for a whole piece before appending, so an append never runs out of room.
+        if (rec.use + PS_LINE_LEN > RECORD_BUFLEN - 1) {
             pclose(out);
             return -1;
         }
-        int ret = snprintf(rec + use, (size_t)(RECORD_BUFLEN - use), "%s", line);
+        int ret = rec.append("%s", line);
         if (ret < 0) {
             TLOGD(TAG_POWER, "%s() %d: snprintf failed use:%d", ret);
             pclose(out);
             return -1;
         }
-        use += ret;
-        TLOGD(TAG_POWER, "%s() %d: ret:%d buflen:%d use:%d", ret, RECORD_BUFLEN, use);
+        TLOGD(TAG_POWER, "%s() %d: ret:%d buflen:%d use:%d", ret, RECORD_BUFLEN, rec.use);
     }
 
     // The script's exit status says nothing about its output; it is not looked at.
     pclose(out);
-    TLOGD(TAG_POWER, "%s() %d: out_buff: %d %s", use, rec);
-    PowerZELHelper::getInstance()->log_blob(KPI_ID_PS, rec, (uint32_t)use);
+    TLOGD(TAG_POWER, "%s() %d: out_buff: %d %s", rec.use, rec.buf);
+    rec.report(kpi::PS);
     return 0;
 }

@@ -3,17 +3,14 @@
 #include <atomic>
 
 #include "collectors/collectors.h"
+#include "core/kpi_ids.h"
 #include "report/file_upload.h"
-
-namespace {
 
 // Set by the init, cleared by the exit; file uploads do nothing while it is false. Written by the
 // thread that starts the core, read on the sampling thread.
-std::atomic<bool> g_stability_ready{false};
+static std::atomic<bool> g_stability_ready{false};
 
-constexpr uint64_t kStabilityAll = 0x8000000000000000ULL;
-
-struct StabilityKind {
+struct stability_kind {
     uint64_t bit;
     const char* dir;
     const char* prefix;
@@ -21,13 +18,11 @@ struct StabilityKind {
 };
 
 // In the order the handler collects them.
-constexpr StabilityKind kKinds[] = {
-    {0x1, "/sdcard/Perfdump", "status_", 2000},     // KPI_ID_PERF
-    {0x2, "/data/tombstones", "tombstone_", 2001},  // KPI_ID_TOMBSTONE
-    {0x4, "/data/anr", "anr_", 2002},               // KPI_ID_ANR
+static constexpr stability_kind kKinds[] = {
+    {STABILITY_FLAG_STATUS, "/sdcard/Perfdump", "status_", kpi::PERF},
+    {STABILITY_FLAG_TOMBSTONE, "/data/tombstones", "tombstone_", kpi::TOMBSTONE},
+    {STABILITY_FLAG_ANR, "/data/anr", "anr_", kpi::ANR},
 };
-
-}  // namespace
 
 bool stability_ready() {
     return g_stability_ready.load(std::memory_order_acquire);
@@ -46,8 +41,8 @@ int32_t collect_stability_info_exit() {
 int32_t collect_stability_stats_hndl(uint64_t flag) {
     // A failure of one kind does not stop the next; the result is that of the last call made.
     int32_t ret = 0;
-    for (const StabilityKind& kind : kKinds) {
-        if (flag & (kind.bit | kStabilityAll))
+    for (const stability_kind& kind : kKinds) {
+        if (flag_selects(flag, STABILITY_FLAG_ALL, kind.bit))
             ret = set_for_blob(kind.dir, kind.prefix, kind.kpi_id);
     }
     return ret;

@@ -9,7 +9,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -17,12 +16,12 @@
 #include <unistd.h>
 
 #include "collectors/collectors.h"
-#include "collectors/fnode.h"
 #include "collectors/node_parsers.h"
 #include "collectors/node_reader.h"
+#include "collectors/record.h"
 #include "collectors/thermal_groups.h"
+#include "core/kpi_ids.h"
 #include "core/tarn_log.h"
-#include "report/zel_helper.h"
 
 #define THERMAL_CLASS_DIR "/sys/devices/virtual/thermal"
 #define THERMAL_ZONE_PREFIX THERMAL_CLASS_DIR "/thermal_zone"
@@ -32,22 +31,11 @@
 #define THERMAL_GPU_CLOCK "/sys/class/gfxd/gfxd-3d0/gpuclk"
 #define THERMAL_DDR_CLOCK "/sys/kernel/debug/clk/measure_only_mccc_clk/clk_measure"
 
-#define KPI_ID_THERMAL_ZONE 1000
-#define KPI_ID_THERMAL_COOLING 1001
-#define KPI_ID_THERMAL_CPUINFO 1002
-
-#define THERMAL_FLAG_ALL 0x4000000000000000ULL
-#define THERMAL_FLAG_ZONE (THERMAL_FLAG_ALL | 0x1ULL)
-#define THERMAL_FLAG_COOLING (THERMAL_FLAG_ALL | 0x2ULL)
-#define THERMAL_FLAG_CPUINFO (THERMAL_FLAG_ALL | 0x4ULL)
-
 #define THERMAL_NAME_LEN 1024
 #define THERMAL_PATH_LEN 72
 #define THERMAL_NODE_LEN 4096
 #define THERMAL_RECORD_LEN 16384
 #define THERMAL_CLOCK_RECORD_LEN 4096
-
-namespace {
 
 // A marked zone or cooling device: its temp or cur_state path and its type path.
 struct thermal_node {
@@ -74,9 +62,7 @@ struct thermal_state {
     int32_t num_coolings;
 };
 
-thermal_state g_thermal;
-
-}  // namespace
+static thermal_state g_thermal;
 
 // Opens `path`, reads it in one go, closes it and runs `scan` over its bytes once. Returns 0, -1
 // when the node cannot be opened, or the scan's negative result when the node held nothing to
@@ -165,23 +151,6 @@ static int32_t thermal_read_type(const char* path, char (&name)[THERMAL_NAME_LEN
         return -1;
     }
     return 0;
-}
-
-// Appends a formatted piece at `*use`, never past the buffer: a piece that does not fit is cut
-// and fills the buffer. Returns the formatting result; negative means the record is unusable.
-__attribute__((format(printf, 4, 5))) static int thermal_append(char* buf, int32_t len,
-                                                                int32_t* use, const char* fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    int ret = record_vappendf(buf, len, *use, fmt, ap);
-    va_end(ap);
-    if (ret < 0) return ret;
-    *use = record_advance(*use, ret, len);
-    return ret;
-}
-
-static void thermal_report(uint32_t kpi, const char* record, int32_t use) {
-    PowerZELHelper::getInstance()->log_blob(kpi, record, static_cast<uint32_t>(use));
 }
 
 // Number of directories in the thermal class directory, "." and ".." excluded; 0 when it cannot
@@ -278,9 +247,13 @@ static void thermal_zone_device_init() {
           g_thermal.num_cooling);
 }
 
-int32_t collect_thermal_stats_init() {
+void thermal_reset_kept() {
     thermal_free_marks();
     g_thermal = thermal_state();
+}
+
+int32_t collect_thermal_stats_init() {
+    thermal_reset_kept();
     long ncpu = sysconf(_SC_NPROCESSORS_CONF);
     g_thermal.num_cpu = ncpu > 0 ? static_cast<int32_t>(ncpu) : 0;
     g_thermal.num_tz = thermal_count_nodes();
@@ -313,9 +286,9 @@ int32_t collect_thermal_stats_exit() {
 }
 
 static void thermal_collect_cooling_device_hndl() {
-    char record[THERMAL_RECORD_LEN] = {0};
+    char buf[THERMAL_RECORD_LEN];
+    record rec(buf, sizeof(buf), TAG_THERMAL);
     char type[THERMAL_NAME_LEN];
-    int32_t use = 0;
     thermal_cooling_group* groups = g_thermal.cooling_groups;
     int32_t ngroups = g_thermal.num_cooling_groups;
 
@@ -341,19 +314,17 @@ static void thermal_collect_cooling_device_hndl() {
     }
 
     for (int32_t g = 0; g < ngroups; g++) {
-        if (thermal_append(record, sizeof(record), &use, "%s: %d,", groups[g].name,
-                           groups[g].value) < 0)
-            return;
+        if (rec.append("%s: %d,", groups[g].name, groups[g].value) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: cooling type is %s\n", record);
-    thermal_report(KPI_ID_THERMAL_COOLING, record, use);
+    TLOGD(TAG_THERMAL, "%s() %d: cooling type is %s\n", rec.buf);
+    rec.report(kpi::THERMAL_COOLING);
 }
 
 static void thermal_collect_thermalzone_hndl() {
-    char record[THERMAL_RECORD_LEN] = {0};
+    char buf[THERMAL_RECORD_LEN];
+    record rec(buf, sizeof(buf), TAG_THERMAL);
     char type[THERMAL_NAME_LEN];
-    int32_t use = 0;
     int32_t quiet_temp = 0;
     int32_t skin_temp = 0;
     thermal_zone_group* groups = g_thermal.zone_groups;
@@ -382,7 +353,7 @@ static void thermal_collect_thermalzone_hndl() {
         if (g < 0) continue;
         if (strcmp(groups[g].name, THERMAL_MISC_SKIN) == 0) {
             // Skin and board thermistors are reported one by one, in zone order.
-            if (thermal_append(record, sizeof(record), &use, "%s: %d,", type, temp) < 0) return;
+            if (rec.append("%s: %d,", type, temp) < 0) return;
         } else if (temp > groups[g].value) {
             groups[g].value = temp;
         }
@@ -393,24 +364,19 @@ static void thermal_collect_thermalzone_hndl() {
             TLOGD(TAG_THERMAL, "%s() %d: thmzone type %s no need update\n", groups[g].name);
             continue;
         }
-        if (thermal_append(record, sizeof(record), &use, "%s: %d,", groups[g].name,
-                           groups[g].value) < 0)
-            return;
+        if (rec.append("%s: %d,", groups[g].name, groups[g].value) < 0) return;
     }
 
-    if (thermal_append(record, sizeof(record), &use, "skin-temp: %d,",
-                       quiet_temp != 0 ? quiet_temp : skin_temp) < 0)
-        return;
+    if (rec.append("skin-temp: %d,", quiet_temp != 0 ? quiet_temp : skin_temp) < 0) return;
 
     long long current = 0;
     if (thermal_scan_node(THERMAL_BATTERY_CURRENT,
                           [&](mem_stream* in) { return mem_scan_ll(in, &current); }) == 0) {
-        if (thermal_append(record, sizeof(record), &use, "current:%lld,", current / 1000) < 0)
-            return;
+        if (rec.append("current:%lld,", current / 1000) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: thermal zone therm_buf is %s\n", record);
-    thermal_report(KPI_ID_THERMAL_ZONE, record, use);
+    TLOGD(TAG_THERMAL, "%s() %d: thermal zone therm_buf is %s\n", rec.buf);
+    rec.report(kpi::THERMAL_ZONE);
 }
 
 // The CPUs whose clock goes into the clock record (0, 6 and 7) and their nodes.
@@ -424,40 +390,35 @@ static const struct {
 };
 
 static void thermal_collect_cpu_info_hndl() {
-    char record[THERMAL_CLOCK_RECORD_LEN] = {0};
-    int32_t use = 0;
+    char buf[THERMAL_CLOCK_RECORD_LEN];
+    record rec(buf, sizeof(buf), TAG_THERMAL);
 
     for (const auto& c : kClockCpus) {
         unsigned long freq = 0;
         if (thermal_scan_node(c.path, [&](mem_stream* in) { return scan_ulong(in, &freq); }) != 0)
             continue;
-        if (thermal_append(record, sizeof(record), &use, "CPU%d_freq:%d,", c.cpu,
-                           static_cast<int32_t>(freq)) < 0)
-            return;
+        if (rec.append("CPU%d_freq:%d,", c.cpu, static_cast<int32_t>(freq)) < 0) return;
     }
 
     unsigned long hz = 0;
     if (thermal_scan_node(THERMAL_GPU_CLOCK, [&](mem_stream* in) { return scan_ulong(in, &hz); }) ==
         0) {
-        if (thermal_append(record, sizeof(record), &use, "GPU(MHz):%d,",
-                           static_cast<int32_t>(hz / 1000000)) < 0)
-            return;
+        if (rec.append("GPU(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
     hz = 0;
     if (thermal_scan_node(THERMAL_DDR_CLOCK, [&](mem_stream* in) { return scan_ulong(in, &hz); }) ==
         0) {
-        if (thermal_append(record, sizeof(record), &use, "DDR(MHz):%d,",
-                           static_cast<int32_t>(hz / 1000000)) < 0)
-            return;
+        if (rec.append("DDR(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: cpu gpu ddr freq is %s\n", record);
-    thermal_report(KPI_ID_THERMAL_CPUINFO, record, use);
+    TLOGD(TAG_THERMAL, "%s() %d: cpu gpu ddr freq is %s\n", rec.buf);
+    rec.report(kpi::THERMAL_CPUINFO);
 }
 
 int32_t collect_thermal_stats_hndl(uint64_t flag) {
-    if (flag & THERMAL_FLAG_COOLING) thermal_collect_cooling_device_hndl();
-    if (flag & THERMAL_FLAG_ZONE) thermal_collect_thermalzone_hndl();
-    if (flag & THERMAL_FLAG_CPUINFO) thermal_collect_cpu_info_hndl();
+    if (flag_selects(flag, THERMAL_FLAG_ALL, THERMAL_FLAG_COOLING))
+        thermal_collect_cooling_device_hndl();
+    if (flag_selects(flag, THERMAL_FLAG_ALL, THERMAL_FLAG_ZONE)) thermal_collect_thermalzone_hndl();
+    if (flag_selects(flag, THERMAL_FLAG_ALL, THERMAL_FLAG_CPUINFO)) thermal_collect_cpu_info_hndl();
     return 0;
 }

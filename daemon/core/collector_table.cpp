@@ -5,23 +5,23 @@
 #include "collectors/collectors.h"
 #include "core/tarn_log.h"
 
-// Rows 0 to 9 are live. The MTBF row carries id 3000, which is also the end marker, so neither the
-// tick nor the configuration pass reaches it: the crash counter keeps its init and exit (run by the
-// core's start and stop) but is never sampled from the table, and nothing gives it a period.
+// Rows 0 to 9 are live. The MTBF row carries the MTBF id, which is also the end marker, so neither
+// the tick nor the configuration pass reaches it: the crash counter keeps its init and exit (run by
+// the core's start and stop) but is never sampled from the table, and nothing gives it a period.
 // clang-format off
 CollectorEntry g_collector_table[COLLECTOR_TABLE_ROWS] = {
-    {2,    0, 0, 0, collect_battery_stats_init,  collect_battery_stats_exit,  collect_battery_stats_hndl},
-    {3,    0, 0, 0, collect_cpu_stats_init,      collect_cpu_stats_exit,      collect_cpu_stats_hndl},
-    {4,    0, 0, 0, nullptr,                     nullptr,                     collect_gpu_stats_hndl},
-    {5,    0, 0, 0, nullptr,                     nullptr,                     collect_ddr_stats_hndl},
-    {6,    0, 0, 0, nullptr,                     nullptr,                     collect_lpm_stats_hndl},
-    {7,    0, 0, 0, nullptr,                     nullptr,                     collect_ps_stats_hndl},
-    {8,    0, 0, 0, nullptr,                     nullptr,                     collect_brightness_stats_hndl},
-    {9,    0, 0, 0, nullptr,                     nullptr,                     collect_fps_stats_hndl},
-    {1000, 0, 0, 0, collect_thermal_stats_init,  collect_thermal_stats_exit,  collect_thermal_stats_hndl},
-    {2000, 0, 0, 0, collect_stability_info_init, collect_stability_info_exit, collect_stability_stats_hndl},
-    {3000, 0, 0, 0, collect_mtbf_info_init,      collect_mtbf_info_exit,      collect_mtbf_stats_hndl},
-    {3000, 0, 0, 0, nullptr,                     nullptr,                     nullptr},
+    {kpi::BATTERY_STAT,  0, 0, 0, collect_battery_stats_init,  collect_battery_stats_exit,  collect_battery_stats_hndl},
+    {kpi::CPUFREQ,       0, 0, 0, collect_cpu_stats_init,      collect_cpu_stats_exit,      collect_cpu_stats_hndl},
+    {kpi::GPUFREQ,       0, 0, 0, nullptr,                     nullptr,                     collect_gpu_stats_hndl},
+    {kpi::DDRFREQ,       0, 0, 0, nullptr,                     nullptr,                     collect_ddr_stats_hndl},
+    {kpi::LPM,           0, 0, 0, nullptr,                     nullptr,                     collect_lpm_stats_hndl},
+    {kpi::PS,            0, 0, 0, nullptr,                     nullptr,                     collect_ps_stats_hndl},
+    {kpi::BRIGHTNESS,    0, 0, 0, nullptr,                     nullptr,                     collect_brightness_stats_hndl},
+    {kpi::FPS,           0, 0, 0, nullptr,                     nullptr,                     collect_fps_stats_hndl},
+    {kpi::THERMAL_ZONE,  0, 0, 0, collect_thermal_stats_init,  collect_thermal_stats_exit,  collect_thermal_stats_hndl},
+    {kpi::PERF,          0, 0, 0, collect_stability_info_init, collect_stability_info_exit, collect_stability_stats_hndl},
+    {kpi::MTBF,          0, 0, 0, collect_mtbf_info_init,      collect_mtbf_info_exit,      collect_mtbf_stats_hndl},
+    {kpi::MTBF,          0, 0, 0, nullptr,                     nullptr,                     nullptr},
 };
 // clang-format on
 
@@ -50,37 +50,37 @@ void configure_collector_table(CollectorEntry* table, const PowerIntervalCfg& po
     for (int i = 0; table[i].id < COLLECTOR_TABLE_END_ID; ++i) {
         CollectorEntry& row = table[i];
         switch (row.id) {
-            case 2:
+            case kpi::BATTERY_STAT:
                 row.expire = power.tbat;
                 break;
-            case 3:
+            case kpi::CPUFREQ:
                 row.expire = power.tcpu;
                 break;
-            case 4:
+            case kpi::GPUFREQ:
                 row.expire = power.tgpu;
                 break;
-            case 5:
+            case kpi::DDRFREQ:
                 row.expire = power.tddr;
                 break;
-            case 6:
+            case kpi::LPM:
                 row.expire = power.tlpm;
                 break;
-            case 7:
+            case kpi::PS:
                 row.expire = power.tps;
                 break;
-            case 8:
+            case kpi::BRIGHTNESS:
                 row.expire = power.tbri;
                 break;
-            case 9:
+            case kpi::FPS:
                 row.expire = power.tfps;
                 break;
-            case 10:
+            case kpi::DEVFREQ:
                 break;
-            case 1000:
+            case kpi::THERMAL_ZONE:
                 row.expire = thermal.ttherm;
                 row.flag = thermal.enable_flag;
                 break;
-            case 2000:
+            case kpi::PERF:
                 row.expire = stability.tstab;
                 row.flag = stability.enable_flag;
                 break;

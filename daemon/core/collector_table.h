@@ -5,18 +5,12 @@
 
 #include <mutex>
 
+#include "core/kpi_ids.h"
 #include "core/power_bigdata_core.h"
 
 // Rows from the first one whose id reaches this value on are not part of the live table.
-#define COLLECTOR_TABLE_END_ID 3000
+#define COLLECTOR_TABLE_END_ID kpi::MTBF
 #define COLLECTOR_TABLE_ROWS 12
-
-// Sampling flag all-bits: with one of them set a collector runs all of its parts.
-#define THERMAL_FLAG_ALL (1ULL << 62)
-#define STABILITY_FLAG_ALL (1ULL << 63)
-// Flags the command line gives the thermal and stability rows.
-#define THERMAL_FLAG_CMDLINE 0x400000000000000FULL
-#define STABILITY_FLAG_CMDLINE 0x800000000000000FULL
 
 struct CollectorEntry {
     int32_t id;

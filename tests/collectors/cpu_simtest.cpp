@@ -56,12 +56,18 @@ void write_stat(const std::vector<std::vector<unsigned>>& periods) {
 
 // Before any init the cluster table holds policy 0 in its second slot with no open files.
 TEST(CpuBeforeInit, HandlerFailsWithoutOpenFiles) {
+    collect_cpu_stats_exit();
+    cpu_reset_kept();
     EXPECT_EQ(collect_cpu_stats_hndl(0), -EINVAL);
 }
 
 class Cpu : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { start_core(); }
+    void SetUp() override {
+        write_file(kCpu + "/possible", "0-7\n");
+        cpu_reset_kept();
+    }
 };
 
 TEST_F(Cpu, ClustersReportWeightedFrequencyAndTheirOwnUtilisation) {
@@ -132,7 +138,6 @@ TEST_F(Cpu, StatLinesAreLinePieces) {
     std::filesystem::remove_all(kCpufreq);
     write_policy(0, {100000}, 1024);
     write_policy(7, {100000}, 1024);
-    write_file(kCpu + "/possible", "0-7\n");
     ASSERT_EQ(reopen_nodes(), 0);
     std::string first = "cpu ";
     while (first.size() < 600) first += " 1";

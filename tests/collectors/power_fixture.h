@@ -3,7 +3,6 @@
 #pragma once
 
 #include <stdint.h>
-#include <stdio.h>
 
 #include <string>
 #include <vector>
@@ -25,17 +24,22 @@ inline int32_t reopen_nodes() {
     return collect_cpu_stats_init();
 }
 
+// The records of every handler call of the binary.
+inline tarn_test::RecordCapture& capture() {
+    static tarn_test::RecordCapture records;
+    return records;
+}
+
 // Writes the least device on which the core starts the CPU collector, whose init opens the node
 // table (a battery, the possible CPUs, one cpufreq policy), then builds the core, which runs the
-// battery and CPU inits on the nodes written so far, and routes uploads into a temporary local
-// record file.
+// battery and CPU inits on the nodes written so far, and routes uploads into the capture.
 inline void start_core() {
     write_file("/sys/class/power_supply/battery/uevent", "POWER_SUPPLY_CAPACITY=50\n");
     write_file("/sys/devices/system/cpu/possible", "0-7\n");
     write_file("/sys/devices/system/cpu/cpufreq/policy0/stats/time_in_state", "");
     g_debug_level = 7;  // formats every message's arguments
     PowerBigDataCore::getInstance();
-    if (g_local_file == nullptr) g_local_file = tmpfile();
+    capture();
 }
 
 struct Call {
@@ -46,15 +50,9 @@ struct Call {
 // Calls `hndl` once and returns its result and the records it uploaded.
 template <typename Hndl>
 Call call(Hndl hndl) {
-    static tarn_test::LineReader reader(g_local_file);
-    reader.take();
-    Call c{hndl(0), {}};
-    std::string prefix = PowerBigDataCore::getInstance()->getAppName() + ",";
-    for (const std::string& line : reader.take()) {
-        size_t at = line.find(prefix);
-        c.records.push_back(at == std::string::npos ? line : line.substr(at + prefix.size()));
-    }
-    return c;
+    capture().lines();
+    int32_t ret = hndl(0);
+    return Call{ret, capture().records()};
 }
 
 // The one record of a call of `hndl`, or the call's result when it reported none.

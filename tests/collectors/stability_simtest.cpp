@@ -14,15 +14,13 @@ using Lines = std::vector<std::string>;
 
 class StabilityTest : public ::testing::Test {
   protected:
-    static void SetUpTestSuite() { g_local_file = tmpfile(); }
-    void SetUp() override { mRecords.take(); }
     // The last field of each line uploaded since the previous look.
     Lines sent() {
         Lines last;
-        for (const std::string& l : mRecords.take()) last.push_back(l.substr(l.rfind(',') + 1));
+        for (const std::string& l : mRecords.lines()) last.push_back(l.substr(l.rfind(',') + 1));
         return last;
     }
-    tarn_test::LineReader mRecords{g_local_file};
+    tarn_test::RecordCapture mRecords;
 };
 
 TEST_F(StabilityTest, FlagSelectsKindsInOrder) {

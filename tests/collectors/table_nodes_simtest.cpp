@@ -70,13 +70,22 @@ std::string gpu() {
     return sample(collect_gpu_stats_hndl);
 }
 
+// Every node present with its first sample, opened afresh.
+void write_nodes() {
+    for (const Node& n : kNodes) write_file(n.path, n.samples[0].first);
+    write_gpu(k300, {{k300, 1}});
+    write_file(kBusy, "   12000   100000\n");
+}
+
 class TableNodes : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        for (const Node& n : kNodes) write_file(n.path, n.samples[0].first);
-        write_gpu(k300, {{k300, 1}});
-        write_file(kBusy, "   12000   100000\n");
+        write_nodes();
         start_core();
+    }
+    void SetUp() override {
+        write_nodes();
+        ASSERT_EQ(reopen_nodes(), 0);
     }
 };
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "collectors/collectors.h"
+#include "common/capture.h"
 #include "common/test_util.h"
 #include "core/power_bigdata_core.h"
 #include "core/tarn_log.h"
@@ -46,6 +47,7 @@ void write_tree(const std::vector<Node>& zones, const std::vector<Node>& cooling
 
 // Battery current, clocks of CPUs 0 and 7 (CPU 6 has none), GPU and DDR clocks.
 void write_side_nodes() {
+    fs::remove(cpu_freq(6));
     write_file(kCurrent, "-1234567\n");
     write_file(cpu_freq(0), "1804800\n");
     write_file(cpu_freq(7), "2995200\n");
@@ -55,18 +57,9 @@ void write_side_nodes() {
 
 // Record texts uploaded by one handler call, in upload order, without header and app name.
 Records records(uint64_t flag) {
-    g_local_file = tmpfile();
+    tarn_test::RecordCapture capture;
     collect_thermal_stats_hndl(flag);
-    rewind(g_local_file);
-    Records out;
-    const std::string app = "com.android.launcher3,";
-    for (char line[8192]; fgets(line, sizeof(line), g_local_file) != nullptr;) {
-        std::string s(line, strcspn(line, "\n"));
-        out.push_back(s.find(app) == std::string::npos ? s : s.substr(s.find(app) + app.size()));
-    }
-    fclose(g_local_file);
-    g_local_file = nullptr;
-    return out;
+    return capture.records();
 }
 
 // "_kr" devices fall into modem_kr only. A comma type is marked at init by the word after its
@@ -111,15 +104,21 @@ void restart(const std::vector<Node>& zones, const std::vector<Node>& coolings) 
     ASSERT_EQ(0, collect_thermal_stats_init());
 }
 
-// Building the sampling core runs the collector's init, so this has to be the binary's first
-// test: the zone record is complete before its upload builds the core.
-TEST(ThermalTest, BeforeInitZoneRecordHoldsOnlySkinTemperatureAndCurrent) {
-    write_side_nodes();
+class ThermalTest : public ::testing::Test {
+  protected:
+    void SetUp() override { write_side_nodes(); }
+};
+
+// The zone record is complete before its upload may build the sampling core, whose start runs
+// the collector's init.
+TEST_F(ThermalTest, BeforeInitZoneRecordHoldsOnlySkinTemperatureAndCurrent) {
+    collect_thermal_stats_exit();
+    thermal_reset_kept();
     write_tree(kZones, kCoolings);  // nodes that would all be reported once init has run
     EXPECT_EQ(Records{"skin-temp: 0,current:-1234,"}, records(0x1));
 }
 
-TEST(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
+TEST_F(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
     restart(kZones, kCoolings);
     const std::pair<uint64_t, Records> cases[] = {
         {0x4000000000000000ULL, {kCooling, kZone, kClock}},
@@ -142,7 +141,7 @@ TEST(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
     EXPECT_EQ((Records{kCooling, kZone}), records(0x3));
 }
 
-TEST(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
+TEST_F(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
     const std::string fits = "cpuss-" + std::string(1023 - 6, 'x');
     restart({{"quiet-therm", 31000},
              {"xo-therm", 35000},
@@ -175,8 +174,7 @@ TEST(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
 
 // A node that opens but holds no number is a read that worked: the part's one temperature or
 // state keeps the value read for the node before it, 0 at the start of the part.
-TEST(ThermalTest, NodeWithoutNumberKeepsThePreviousReading) {
-    write_side_nodes();
+TEST_F(ThermalTest, NodeWithoutNumberKeepsThePreviousReading) {
     restart({{"quiet-therm", 0}, {"gpuss-0", 61000}, {"cpuss-0", 0}, {"usb-therm", 0}},
             {{"ddr-cdev", 0}, {"gpu", 4}, {"cdsp", 0}, {"battery", 0}});
     for (int i : {0, 2, 3}) write_file(node("thermal_zone", i, "temp"), "n/a\n");
@@ -193,7 +191,7 @@ TEST(ThermalTest, NodeWithoutNumberKeepsThePreviousReading) {
               records(0x3));
 }
 
-TEST(ThermalTest, ClockRecordKeepsWhatCanBeRead) {
+TEST_F(ThermalTest, ClockRecordKeepsWhatCanBeRead) {
     fs::remove(cpu_freq(0));
     fs::remove(kDdrClock);
     write_file(cpu_freq(6), "1555200\n");

@@ -7,9 +7,29 @@
 #include <climits>
 #include <vector>
 
+#include "core/kpi_ids.h"
 #include "tarn_stats.pb.h"
 
 namespace {
+
+// The daemon's ids are the schema's numbers.
+#define SAME_ID(name) static_assert(static_cast<int>(kpi::name) == KPI_ID_##name, #name)
+SAME_ID(BATTERY_STAT);
+SAME_ID(CPUFREQ);
+SAME_ID(GPUFREQ);
+SAME_ID(DDRFREQ);
+SAME_ID(LPM);
+SAME_ID(PS);
+SAME_ID(BRIGHTNESS);
+SAME_ID(FPS);
+SAME_ID(DEVFREQ);
+SAME_ID(THERMAL_ZONE);
+SAME_ID(THERMAL_COOLING);
+SAME_ID(THERMAL_CPUINFO);
+SAME_ID(PERF);
+SAME_ID(TOMBSTONE);
+SAME_ID(ANR);
+SAME_ID(MTBF);
 
 TEST(CampaignTest, Low32BitsOfFlagsAndSignedPeriods) {
     BigDataCampaignConfig cfg;

@@ -23,7 +23,7 @@ using Names = std::set<std::string>;
 namespace {
 
 const std::string kDir = "/data/tombstones";
-tarn_test::LineReader* g_records;
+tarn_test::RecordCapture* g_records;
 std::string g_prefix;  // record header, default application name and comma
 
 Names listing() {
@@ -35,7 +35,7 @@ Names listing() {
 // One set_for_blob call on kDir: its result and the line it wrote locally ("" for none).
 std::pair<int32_t, std::string> upload() {
     int32_t ret = set_for_blob(kDir.c_str(), "tombstone_", 2001);
-    std::vector<std::string> lines = g_records->take();
+    std::vector<std::string> lines = g_records->lines();
     EXPECT_LE(lines.size(), 1u);
     return {ret, lines.empty() ? "" : lines[0]};
 }
@@ -43,11 +43,10 @@ std::pair<int32_t, std::string> upload() {
 class FileUploadTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        g_local_file = tmpfile();
-        g_records = new tarn_test::LineReader(g_local_file);
+        g_records = new tarn_test::RecordCapture();
         // File lines carry the same header as ordinary records.
         PowerZELHelper::getInstance()->log_blob(2, "x", 1);
-        g_prefix = g_records->take().at(0);
+        g_prefix = g_records->lines().at(0);
         g_prefix.pop_back();
     }
     void SetUp() override {

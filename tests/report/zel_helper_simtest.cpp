@@ -22,24 +22,28 @@ void upload(const std::string& text) {
     PowerZELHelper::getInstance()->log_blob(2, text.c_str(), 3);
 }
 
-TEST(ZelHelperTest, LinesCarryHeaderAndAppNameAndAreCutAtTheBufferEnd) {
-    tarn_test::write_file("/vendor/firmware_mnt/verinfo/ver_info.txt",
-                          "\"Meta_Build_ID\": \"ORV.FX.1.0-00042-TEST\",\n");
-    tarn_test::make_dirs("/data/vendor");
-    g_local_file = tmpfile();
-    tarn_test::LineReader reader(g_local_file);
+// The header is formatted once per process, at the first upload of whichever test runs first.
+class ZelHelperTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        tarn_test::write_file("/vendor/firmware_mnt/verinfo/ver_info.txt",
+                              "\"Meta_Build_ID\": \"ORV.FX.1.0-00042-TEST\",\n");
+        tarn_test::make_dirs("/data/vendor");
+    }
+};
+
+TEST_F(ZelHelperTest, LinesCarryHeaderAndAppNameAndAreCutAtTheBufferEnd) {
+    tarn_test::RecordCapture capture;
     upload("12,34");
     EXPECT_EQ(0, access("/data/vendor/tarn_stats", F_OK));
     upload(std::string(4096, 'x'));
     upload("short");
     EXPECT_EQ((std::vector<std::string>{
                   kLine + "12,34", kLine + std::string(4095 - kLine.size(), 'x'), kLine + "short"}),
-              reader.take());
-    fclose(g_local_file);
-    g_local_file = nullptr;
+              capture.lines());
 }
 
-TEST(ZelHelperTest, LocalFileStartsAfreshAtFourGiB) {
+TEST_F(ZelHelperTest, LocalFileStartsAfreshAtFourGiB) {
     const char* path = "/tmp/records_4g.txt";
     int fd = open(path, O_CREAT | O_TRUNC | O_WRONLY, 0644);
     ASSERT_EQ(0, ftruncate(fd, 0xFFFFFFFELL));  // sparse: one byte below the limit
