@@ -23,6 +23,15 @@ PREFIX = "%s() %d: "
 OLD_CALL = re.compile(r"\b(TLOG[EWD])(_FN)?\s*\(")
 NEW_CALL = re.compile(r"\b(TLOG[EWD])(_FN|_AT)?\s*\(")
 STRING_LITERAL = re.compile(r'"((?:[^"\\\n]|\\.)*)"')
+# A file's own one-routine wrapper: #define NAME(fmt, ...) TLOGD_FN(TAG, "routine", fmt, ...)
+OLD_WRAPPER = re.compile(r'^#define (\w+)\(fmt, \.\.\.\)\s+(TLOG[EWD])_FN\((\w+), ("[^"]*"|\w+), '
+                         r'fmt, ##__VA_ARGS__\)$', re.M)
+NEW_WRAPPER = re.compile(r'^#define (\w+)\(fmt, \.\.\.\)\s+(TLOG[EWD])_(?:FN\(|AT\((\w+), )'
+                         r'("[^"]*"|\w+), fmt, ##__VA_ARGS__\)$', re.M)
+
+
+def wrapper_call(names):
+    return re.compile(r"\b(%s)\s*\(" % "|".join(names)) if names else None
 
 
 def skip_literal(text, i):
@@ -101,15 +110,29 @@ def norm(arg):
     return re.sub(r"\s+", " ", arg.strip())
 
 
+def old_calls(text):
+    """(match, class, tag, routine, format and arguments) of every old-style statement, in order,
+    a use of one of the file's wrappers included."""
+    wrappers = {m.group(1): (m.group(2), m.group(3), m.group(4)) for m in OLD_WRAPPER.finditer(text)}
+    found = []
+    for m in code_positions(text, OLD_CALL):
+        args, end = split_args(text, m.end() - 1)
+        fn, rest = (args[1].strip(), args[2:]) if m.group(2) else (None, args[1:])
+        found.append((m, end, m.group(1), norm(args[0]), fn, rest))
+    pattern = wrapper_call(wrappers)
+    for m in code_positions(text, pattern) if pattern else []:
+        args, end = split_args(text, m.end() - 1)
+        cls, tag, fn = wrappers[m.group(1)]
+        found.append((m, end, cls, tag, fn, args))
+    return sorted(found, key=lambda c: c[0].start()), wrappers
+
+
 def statements_old(text):
     """(class, tag, routine, whole format, arguments) of every old-style statement."""
     out = []
-    for m in code_positions(text, OLD_CALL):
-        args, _ = split_args(text, m.end() - 1)
-        tag = norm(args[0])
-        fn, rest = (norm(args[1]), args[2:]) if m.group(2) else ("__func__", args[1:])
-        out.append((m.group(1), tag, fn, literal_value(rest[0]) or norm(rest[0]),
-                    tuple(norm(a) for a in rest[1:])))
+    for _, _, cls, tag, fn, rest in old_calls(text)[0]:
+        out.append((cls, tag, norm(fn) if fn else "__func__",
+                    literal_value(rest[0]) or norm(rest[0]), tuple(norm(a) for a in rest[1:])))
     return out
 
 
@@ -120,8 +143,20 @@ def default_tag(text):
 
 def statements_new(text):
     out, tag = [], default_tag(text)
-    for m in code_positions(text, NEW_CALL):
+    wrappers = {m.group(1): (m.group(2), m.group(3) or tag, m.group(4))
+                for m in NEW_WRAPPER.finditer(text)}
+    calls = [(m, None) for m in code_positions(text, NEW_CALL)]
+    pattern = wrapper_call(wrappers)
+    if pattern:
+        calls += [(m, wrappers[m.group(1)]) for m in code_positions(text, pattern)]
+    for m, wrapper in sorted(calls, key=lambda c: c[0].start()):
         args, _ = split_args(text, m.end() - 1)
+        if wrapper:
+            t, fn, rest = wrapper[1], wrapper[2], args
+            value = literal_value(rest[0])
+            out.append((wrapper[0], t, fn, PREFIX + value if value is not None else norm(rest[0]),
+                        tuple(norm(a) for a in rest[1:])))
+            continue
         kind = m.group(2)
         if kind == "_AT":
             t, fn, rest = norm(args[0]), norm(args[1]), args[2:]
@@ -148,19 +183,15 @@ def strip_prefix(fmt_expr):
 
 
 def convert(text, path):
-    calls = code_positions(text, OLD_CALL)
+    if default_tag(text) is not None:
+        return text, []  # already converted
+    calls, wrappers = old_calls(text)
     if not calls:
         return text, []
-    tags = collections.Counter()
-    for m in calls:
-        args, _ = split_args(text, m.end() - 1)
-        tags[norm(args[0])] += 1
+    tags = collections.Counter(c[3] for c in calls)
     file_tag = tags.most_common(1)[0][0]
     problems, out, pos = [], [], 0
-    for m in calls:
-        args, end = split_args(text, m.end() - 1)
-        tag = norm(args[0])
-        fn, rest = (args[1].strip(), args[2:]) if m.group(2) else (None, args[1:])
+    for m, end, cls, tag, fn, rest in calls:
         fmt = strip_prefix(rest[0])
         if fmt is None:
             line = text.count("\n", 0, m.start()) + 1
@@ -168,7 +199,10 @@ def convert(text, path):
                             % (path, line, norm(rest[0])))
             continue
         new_args = [a.strip() for a in rest[1:]]
-        if tag != file_tag:
+        if m.group(1) in wrappers:
+            head = "%s(" % m.group(1)
+            new_args = [fmt] + new_args
+        elif tag != file_tag:
             head = "%s_AT(" % m.group(1)
             new_args = [tag, fn or "__func__", fmt] + new_args
         elif fn is not None:
@@ -184,6 +218,10 @@ def convert(text, path):
     new = "".join(out)
     if problems:
         return text, problems
+    for name, (cls, tag, fn) in wrappers.items():
+        head = "%s_FN(" % cls if tag == file_tag else "%s_AT(%s, " % (cls, tag)
+        new = re.sub(r"^(#define %s\(fmt, \.\.\.\)\s+)%s_FN\(\w+, " % (name, cls),
+                     lambda d: d.group(1) + head, new, flags=re.M)
     inc = re.search(r"^#include ", new, re.M)
     new = new[:inc.start()] + "#define TARN_LOG_TAG %s\n\n" % file_tag + new[inc.start():]
     if statements_new(new) != statements_old(text):

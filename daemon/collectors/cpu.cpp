@@ -2,6 +2,8 @@
 // period, the time it covers and the mean utilisation of the cluster's CPUs, one record per
 // cluster under KPI 3. Its init also opens every file of the node table for the other
 // table-reading collectors, and its exit closes them.
+#define TARN_LOG_TAG TAG_POWER
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -93,7 +95,7 @@ static int32_t check_cpufreq_policy_num() {
     DIR* dir = opendir(CPUFREQ_DIR);
     if (dir == nullptr) {
         int err = errno;
-        TLOGE(TAG_POWER, "%s() %d: opendir failed [%s] error: %s", CPUFREQ_DIR, strerror(err));
+        TLOGE("opendir failed [%s] error: %s", CPUFREQ_DIR, strerror(err));
         return -err;
     }
     int32_t scan[CLUSTER_SLOTS] = {0};
@@ -102,8 +104,7 @@ static int32_t check_cpufreq_policy_num() {
         if (strcmp(de->d_name, ".") == 0 || strcmp(de->d_name, "..") == 0) continue;
         if (!is_directory(dir, de)) continue;
         if (taken >= CLUSTER_SLOTS) {
-            TLOGE(TAG_POWER, "%s() %d: too many array entries, i:%d size:%d", CLUSTER_SLOTS,
-                  CLUSTER_SLOTS);
+            TLOGE("too many array entries, i:%d size:%d", CLUSTER_SLOTS, CLUSTER_SLOTS);
             closedir(dir);
             return -EINVAL;
         }
@@ -126,12 +127,12 @@ static int32_t check_cpu_min_max() {
     FILE* fp = fopen(CPU_POSSIBLE_PATH, "re");
     if (fp == nullptr) {
         int err = errno;
-        TLOGE(TAG_POWER, "%s() %d: Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
+        TLOGE("Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
         return -err;
     }
     unsigned int min = 0, max = 0;
     int ret = fscanf(fp, "%u-%u", &min, &max);
-    TLOGW(TAG_POWER, "%s() %d: CPU min: %u, max: %u ret:%d", min, max, ret);
+    TLOGW("CPU min: %u, max: %u ret:%d", min, max, ret);
     g_cpu.cpu_min = min;
     g_cpu.cpu_count = max + 1;
     fclose(fp);
@@ -147,11 +148,11 @@ static void policy_check_file_path() {
             memset(path, 0, sizeof(path));
             snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cpu.cluster[slot],
                      g_fnode_table[fnode_cpu_row(0, which)].path);
-            TLOGW(TAG_POWER, "%s() %d: filepath:%s", path);
+            TLOGW("filepath:%s", path);
             struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
             if (row->fp != nullptr) fclose(row->fp);
             row->fp = fopen(path, "re");
-            if (row->fp == nullptr) TLOGE(TAG_POWER, "%s() %d: fail to open [%s]", path);
+            if (row->fp == nullptr) TLOGE("fail to open [%s]", path);
         }
     }
 }
@@ -168,7 +169,7 @@ static void InitClusterFreqList(int slot) {
     unsigned int value = 0;
     while (n < MAX_FREQ_STEPS && fscanf(fp, "%u", &value) == 1) {
         g_cpu.cluster_freq_list[slot][n] = value;
-        TLOGD(TAG_POWER, "%s() %d: InitClusterFreqList cluster_freq_list[%d][%d]:%llu", slot, n,
+        TLOGD("InitClusterFreqList cluster_freq_list[%d][%d]:%llu", slot, n,
               (unsigned long long)value);
         n++;
     }
@@ -196,9 +197,8 @@ static void InitClusterCapacityList(int slot) {
         if (weight > 100) weight = 100;
         if (weight < 1) weight = 1;
         g_cpu.cluster_cap_list[slot][i] = weight;
-        TLOGD(TAG_POWER,
-              "%s() %d: original cluster:%d freq_num:%d cluster_cap_list[%d][%d]:%llu cap:%llu",
-              slot, i, slot, i, (unsigned long long)weight, (unsigned long long)weight);
+        TLOGD("original cluster:%d freq_num:%d cluster_cap_list[%d][%d]:%llu cap:%llu", slot, i,
+              slot, i, (unsigned long long)weight, (unsigned long long)weight);
     }
 }
 
@@ -254,7 +254,7 @@ static int get_cpus_time_in_state(int slot, record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(fnode_cpu_row(slot, FNODE_CPU_TIME_IN_STATE), node, sizeof(node));
     if (len < 0) {
-        TLOGE(TAG_POWER, "%s() %d: fp is Null idx:%d", slot);
+        TLOGE("fp is Null idx:%d", slot);
         return -EINVAL;
     }
     uint64_t weighted = 0;
@@ -268,7 +268,7 @@ static int get_cpus_time_in_state(int slot, record* rec) {
             break;
         }
     }
-    TLOGD(TAG_POWER, "%s() %d: idx:%d cluster_avg_freq[%d]:%llu", slot, slot,
+    TLOGD("idx:%d cluster_avg_freq[%d]:%llu", slot, slot,
           (unsigned long long)g_cpu.cluster_avg_freq[slot]);
     return rec->append("%llu,%llu,", (unsigned long long)g_cpu.cluster_avg_freq[slot],
                        (unsigned long long)total);
@@ -337,10 +337,10 @@ static int get_cpus_util(int slot, record* rec, util_reading* reading) {
     int32_t cpu_end = next == NO_POLICY ? cpu_start + 1 : next;
 
     if (g_fnode_table[FNODE_PROC_STAT].fp == nullptr) {
-        TLOGE(TAG_POWER, "%s() %d: PROC_STAT fp is Null");
+        TLOGE("PROC_STAT fp is Null");
         return -EINVAL;
     }
-    TLOGD(TAG_POWER, "%s() %d: cpu_start [%d] - cpu_end:[%d]", cpu_start, cpu_end);
+    TLOGD("cpu_start [%d] - cpu_end:[%d]", cpu_start, cpu_end);
     if (!reading->taken) {
         char node[NODE_BUF_LEN];
         ssize_t len = fnode_read(FNODE_PROC_STAT, node, sizeof(node));
@@ -366,7 +366,7 @@ int32_t collect_cpu_stats_hndl(uint64_t) {
     int32_t result = 0;
     util_reading reading = {};
 
-    TLOGD(TAG_POWER, "%s() %d: get_cpu_stats ret:%d use:%d", 0, 0);
+    TLOGD("get_cpu_stats ret:%d use:%d", 0, 0);
     for (int slot = 0; slot < REPORTED_SLOTS; slot++) {
         if (g_cpu.cluster[slot] == NO_POLICY) continue;
 
@@ -376,14 +376,12 @@ int32_t collect_cpu_stats_hndl(uint64_t) {
 
         int32_t use = rec.use;
         ret = get_cpus_time_in_state(slot, &rec);
-        TLOGD(TAG_POWER, "%s() %d: get_cpus_time_in_state() ret:%d use:%d buflen:%d", ret, use,
-              RECORD_BUFLEN);
+        TLOGD("get_cpus_time_in_state() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
         if (ret < 0) return ret;
 
         use = rec.use;
         ret = get_cpus_util(slot, &rec, &reading);
-        TLOGD(TAG_POWER, "%s() %d: get_cpus_util() ret:%d use:%d buflen:%d", ret, use,
-              RECORD_BUFLEN);
+        TLOGD("get_cpus_util() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
         if (ret < 0) return ret;
 
         rec.report(kpi::CPUFREQ);

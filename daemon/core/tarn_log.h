@@ -55,8 +55,6 @@ extern FILE* g_local_file;
                                 ##__VA_ARGS__);                                            \
     } while (0)
 
-#ifdef TARN_LOG_TAG
-
 #define TLOGE(fmt, ...) TLOGE_AT(TARN_LOG_TAG, __func__, fmt, ##__VA_ARGS__)
 #define TLOGW(fmt, ...) TLOGW_AT(TARN_LOG_TAG, __func__, fmt, ##__VA_ARGS__)
 #define TLOGD(fmt, ...) TLOGD_AT(TARN_LOG_TAG, __func__, fmt, ##__VA_ARGS__)
@@ -64,39 +62,3 @@ extern FILE* g_local_file;
 #define TLOGE_FN(fn, fmt, ...) TLOGE_AT(TARN_LOG_TAG, fn, fmt, ##__VA_ARGS__)
 #define TLOGW_FN(fn, fmt, ...) TLOGW_AT(TARN_LOG_TAG, fn, fmt, ##__VA_ARGS__)
 #define TLOGD_FN(fn, fmt, ...) TLOGD_AT(TARN_LOG_TAG, fn, fmt, ##__VA_ARGS__)
-
-#else
-
-// Sources that do not yet name their tag: the tag comes with every call and the format carries
-// the "%s() %d: " prefix itself (tools/convert_log_prefix.py rewrites them to the form above).
-#define TLOGE(tag, fmt, ...) \
-    __android_log_print(ANDROID_LOG_ERROR, tag, fmt, __func__, __LINE__, ##__VA_ARGS__)
-
-#define TLOGW(tag, fmt, ...)                                                                    \
-    do {                                                                                        \
-        if (g_debug_level >= TARN_LEVEL_WARN)                                                   \
-            __android_log_print(ANDROID_LOG_WARN, tag, fmt, __func__, __LINE__, ##__VA_ARGS__); \
-    } while (0)
-
-#define TLOGD(tag, fmt, ...)                                                                     \
-    do {                                                                                         \
-        if (g_debug_level >= TARN_LEVEL_DEBUG)                                                   \
-            __android_log_print(ANDROID_LOG_DEBUG, tag, fmt, __func__, __LINE__, ##__VA_ARGS__); \
-    } while (0)
-
-#define TLOGE_FN(tag, fn, fmt, ...) \
-    __android_log_print(ANDROID_LOG_ERROR, tag, fmt, fn, __LINE__, ##__VA_ARGS__)
-
-#define TLOGW_FN(tag, fn, fmt, ...)                                                       \
-    do {                                                                                  \
-        if (g_debug_level >= TARN_LEVEL_WARN)                                             \
-            __android_log_print(ANDROID_LOG_WARN, tag, fmt, fn, __LINE__, ##__VA_ARGS__); \
-    } while (0)
-
-#define TLOGD_FN(tag, fn, fmt, ...)                                                        \
-    do {                                                                                   \
-        if (g_debug_level >= TARN_LEVEL_DEBUG)                                             \
-            __android_log_print(ANDROID_LOG_DEBUG, tag, fmt, fn, __LINE__, ##__VA_ARGS__); \
-    } while (0)
-
-#endif
