@@ -13,10 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <string>
-
 #include "collectors/collectors.h"
-#include "core/power_bigdata_core.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 
@@ -29,10 +26,6 @@ constexpr int kMaxSearchDepth = 2;
 // The file buffer: the path, a comma, then the file's content. Used only by set_for_blob on the
 // sampling thread; static so that a 128 KiB array does not sit on the worker's stack.
 char g_file_buf[kFileBufSize];
-
-// The line of a file upload: record header (written once), application name, file buffer.
-char g_file_record[kFileBufSize];
-uint32_t g_file_header_len = 0;
 
 // True when `name` is a file name the search hands out for `prefix`.
 bool name_qualifies(const char* name, const char* prefix, size_t prefix_len) {
@@ -61,49 +54,6 @@ bool compose_path(const char* dir, const char* name, char* path_out) {
         return false;
     }
     return true;
-}
-
-// Frames the file buffer's first `len` bytes as one line and uploads it under `kpi_id`; also
-// appends it to the local record file. Returns the SDK's status, or the line's size when there is
-// no SDK handle.
-int32_t log_file(int32_t kpi_id, const char* data, uint32_t len) {
-    if (g_file_header_len == 0) {
-        g_file_header_len = format_record_header(g_file_record, sizeof(g_file_record));
-        TLOGW_AT(TAG_HELP, __func__, "First Start [%s] usesize:%d", g_file_record,
-                 static_cast<int>(g_file_header_len));
-    }
-    memset(g_file_record + g_file_header_len, 0, sizeof(g_file_record) - g_file_header_len);
-
-    const std::string app = PowerBigDataCore::getInstance()->getAppName();
-    const size_t room = sizeof(g_file_record) - g_file_header_len;
-    int n = snprintf(g_file_record + g_file_header_len, room, "%s,", app.c_str());
-    size_t app_len = n < 0 ? 0 : static_cast<size_t>(n);
-    if (app_len >= room) app_len = room - 1;
-    const uint32_t head = g_file_header_len + static_cast<uint32_t>(app_len);
-
-    // Keep one byte of the record buffer for the NUL that ends the local copy.
-    uint32_t write = len;
-    if (sizeof(g_file_record) - head <= write) {
-        write = static_cast<uint32_t>(sizeof(g_file_record) - head - 1);
-    }
-    memcpy(g_file_record + head, data, write);
-    const uint32_t size = head + write;
-
-    TLOGD_AT(TAG_HELP, __func__, "kpi_id:%u [%s] size:%d write size:%u\n",
-             static_cast<uint32_t>(kpi_id), g_file_record, static_cast<int>(size), write);
-
-    int32_t ret;
-    zel_hndl_t hndl = g_zel_hndl;
-    if (hndl != nullptr) {
-        ret = zel_log_blob(hndl, static_cast<uint32_t>(kpi_id),
-                           reinterpret_cast<const uint8_t*>(g_file_record), size);
-    } else {
-        ret = static_cast<int32_t>(size);
-    }
-    write_local_record(g_file_record);
-
-    TLOGD_AT(TAG_HELP, __func__, "zel_log_blob() ret:%d", ret);
-    return ret;
 }
 
 }  // namespace
@@ -202,8 +152,8 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     TLOGW("file read: %d bytes\n", static_cast<int>(nread));
     fclose(fp);
 
-    PowerZELHelper::getInstance();
-    int32_t ret = log_file(kpi_id, g_file_buf, static_cast<uint32_t>(path_len + nread));
+    int32_t ret = PowerZELHelper::getInstance()->log_file(kpi_id, g_file_buf,
+                                                          static_cast<uint32_t>(path_len + nread));
     TLOGW("upload status = %d\n", ret);
 
     // Mark the file as reported. The new name is bounded like every found path. When the suffix

@@ -5,11 +5,11 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "report/zel_helper.h"
+
 // A found path, the comma that follows it in the upload and the terminating NUL fit in this many
 // bytes; a file whose path would not fit is skipped by the search.
 constexpr size_t kFilePathSize = 255;
-// Size of the buffer a file is read into (its path and comma first) and of the uploaded line.
-constexpr size_t kFileBufSize = 131072;
 // Room left free in the file buffer by the read, for the header and application name.
 constexpr size_t kFileReadReserve = 150;
 // Suffix that marks a file as reported.

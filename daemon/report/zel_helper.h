@@ -11,6 +11,9 @@
 #define TARN_STATS_VERSION "tarn-stats-v2.1"
 #define TARN_STATS_DATA_DIR "/data/vendor/tarn_stats"
 
+// Size of the buffer a file upload's line is framed in, and of the buffer the file is read into.
+constexpr size_t kFileBufSize = 131072;
+
 // Handle returned by zel_register, or null. Written once at start-up, read by the uploads.
 extern std::atomic<zel_hndl_t> g_zel_hndl;
 
@@ -21,15 +24,11 @@ class PowerZELHelper {
 
     // Uploads the NUL-terminated record `data` under `kpi_id`. `len` is informative only.
     void log_blob(uint32_t kpi_id, const char* data, uint32_t len);
+    // Uploads the first `len` bytes of `data` (a file's path, a comma and its content, which may
+    // hold NUL bytes) under `kpi_id`, framed like a record. Returns the SDK's status, or the
+    // line's size when there is no SDK handle.
+    int32_t log_file(int32_t kpi_id, const char* data, uint32_t len);
 
   private:
     PowerZELHelper();
 };
-
-// Formats the record header (version, manufacturer, model, serial number, build id, each followed
-// by a comma) at the start of `buf`. Returns its length, at most size - 1.
-uint32_t format_record_header(char* buf, size_t size);
-
-// Writes `line` and a newline to the local record file, starting the file afresh once it has
-// reached 4 GiB. Shared by record and file uploads.
-void write_local_record(const char* line);
