@@ -16,7 +16,6 @@
 
 #include <log/log.h>
 #include <stdint.h>
-#include <stdio.h>
 
 #define TAG_TARN_STATS "TARN_STATS"
 #define TAG_MAIN "TARN_STATS_MAIN"
@@ -32,9 +31,6 @@
 
 // Process-wide debug level; settled during start-up, read without a lock afterwards.
 extern int32_t g_debug_level;
-
-// Local record file opened by --local, or null.
-extern FILE* g_local_file;
 
 #define TARN_LOG_PREFIX "%s() %d: "
 

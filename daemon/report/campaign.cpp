@@ -4,6 +4,7 @@
 
 #include <climits>
 
+#include "core/power_bigdata_core.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 #include "tarn_stats.pb.h"

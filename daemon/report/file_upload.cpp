@@ -13,9 +13,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "collectors/collectors.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
+
+std::atomic<bool> g_stability_ready{false};
 
 namespace {
 
@@ -119,7 +120,7 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
 }
 
 int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
-    if (!stability_ready()) {
+    if (!g_stability_ready.load(std::memory_order_acquire)) {
         TLOGW("no need to collect data.\n");
         return -1;
     }

@@ -17,6 +17,7 @@
 // Past this size the local record file is emptied and started again.
 #define LOCAL_FILE_LIMIT 0xFFFFFFFFUL
 
+FILE* g_local_file = nullptr;
 std::atomic<zel_hndl_t> g_zel_hndl{nullptr};
 
 namespace {

@@ -4,6 +4,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <vmk_sdk/zel.h>
 
 #include <atomic>
@@ -13,6 +14,9 @@
 
 // Size of the buffer a file upload's line is framed in, and of the buffer the file is read into.
 constexpr size_t kFileBufSize = 131072;
+
+// Local record file opened by --local, or null: every uploaded line is appended to it.
+extern FILE* g_local_file;
 
 // Handle returned by zel_register, or null. Written once at start-up, read by the uploads.
 extern std::atomic<zel_hndl_t> g_zel_hndl;
