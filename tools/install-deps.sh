@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, only those that are missing.
 # Extra sets on request: "arm64" (cross build run under emulation), "aosp" (the genuine AOSP
-# log and cutils headers and libraries), "checks" (Android.bp formatter, SELinux policy tools).
+# log and cutils headers and libraries), "checks" (Android.bp formatter, SELinux policy tools),
+# "lint" (clang-format and clang-tidy).
 set -euo pipefail
 pkgs=(cmake make g++ clang libclang-rt-14-dev libprotobuf-dev protobuf-compiler libgtest-dev
       libgmock-dev libbenchmark-dev)
@@ -15,6 +16,7 @@ for set in "$@"; do
             ;;
         aosp) pkgs+=(android-liblog-dev android-libcutils-dev) ;;
         checks) pkgs+=(blueprint-tools checkpolicy m4) ;;
+        lint) pkgs+=(clang-format-14 clang-tidy-14) ;;
         *) echo "install-deps.sh: unknown set '$set'" >&2; exit 2 ;;
     esac
 done

@@ -26,7 +26,7 @@ int32_t collect_battery_stats_init() {
 
 int32_t collect_battery_stats_exit() {
     if (g_battery_fp != nullptr) {
-        fclose(g_battery_fp);
+        (void)fclose(g_battery_fp);
         g_battery_fp = nullptr;
     }
     return 0;
@@ -77,7 +77,7 @@ void battery_parse_uevent(const char* data, size_t len, battery_fields* out) {
         } else if (strcmp(key, "POWER_SUPPLY_CAPACITY") == 0) {
             out->capacity = atoi(value);
         } else if (strcmp(key, "POWER_SUPPLY_STATUS") == 0) {
-            snprintf(out->status, sizeof(out->status), "%s", value);
+            (void)snprintf(out->status, sizeof(out->status), "%s", value);
         }
     }
 }

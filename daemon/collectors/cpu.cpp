@@ -135,7 +135,7 @@ static int32_t check_cpu_min_max() {
     TLOGW("CPU min: %u, max: %u ret:%d", min, max, ret);
     g_cpu.cpu_min = min;
     g_cpu.cpu_count = max + 1;
-    fclose(fp);
+    (void)fclose(fp);
     return 0;
 }
 
@@ -144,13 +144,14 @@ static void policy_check_file_path() {
     for (int slot = 0; slot < CLUSTER_SLOTS; slot++) {
         if (g_cpu.cluster[slot] == NO_POLICY) continue;
         for (int which = 0; which < FNODE_CPU_GROUP_ROWS; which++) {
-            // The first group's rows name the files; the same names serve every cluster.
+            // The first group's rows name the files; the same names serve every cluster. A cut
+            // path names no node, and its open fails as a missing node's would.
             memset(path, 0, sizeof(path));
-            snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cpu.cluster[slot],
-                     g_fnode_table[fnode_cpu_row(0, which)].path);
+            (void)snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cpu.cluster[slot],
+                           g_fnode_table[fnode_cpu_row(0, which)].path);
             TLOGW("filepath:%s", path);
             struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
-            if (row->fp != nullptr) fclose(row->fp);
+            if (row->fp != nullptr) (void)fclose(row->fp);
             row->fp = fopen(path, "re");
             if (row->fp == nullptr) TLOGE("fail to open [%s]", path);
         }
@@ -161,8 +162,8 @@ static void policy_check_file_path() {
 // the first text that is not a number, or when the list is full; a missing file keeps the list.
 static void InitClusterFreqList(int slot) {
     char path[PATH_BUFLEN];
-    snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
-             g_cpu.cluster[slot]);
+    (void)snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
+                   g_cpu.cluster[slot]);
     FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
     int n = 0;
@@ -174,7 +175,7 @@ static void InitClusterFreqList(int slot) {
         n++;
     }
     g_cpu.freq_num[slot] = n;
-    fclose(fp);
+    (void)fclose(fp);
 }
 
 // One weight in 1..100 per frequency step: the step's share of the last listed frequency scaled
@@ -184,12 +185,13 @@ static void InitClusterCapacityList(int slot) {
     uint64_t fmax = n > 0 ? g_cpu.cluster_freq_list[slot][n - 1] : 0;
 
     char path[PATH_BUFLEN];
-    snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity", g_cpu.cluster[slot]);
+    (void)snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity",
+                   g_cpu.cluster[slot]);
     FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
     unsigned int capacity = 0;
     if (fscanf(fp, "%u", &capacity) != 1) capacity = 0;
-    fclose(fp);
+    (void)fclose(fp);
 
     for (int i = 0; i < n; i++) {
         uint64_t pct = fmax != 0 ? g_cpu.cluster_freq_list[slot][i] * 100 / fmax : 0;
@@ -294,9 +296,10 @@ void cpu_parse_stat(const char* data, size_t len, float* util) {
         if (sscanf(line, "cpu%u", &cpu) != 1) continue;
         if (cpu >= MAX_CPUS) break;
 
+        // Fields the line lacks stay 0.
         unsigned int v[8] = {0};
-        sscanf(line, "cpu%u %u %u %u %u %u %u %u", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6],
-               &v[7]);
+        (void)sscanf(line, "cpu%u %u %u %u %u %u %u %u", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5],
+                     &v[6], &v[7]);
         cpu_counters* c = &g_cpu.counters[cpu];
         c->cpu = v[0];
         c->user = v[1];

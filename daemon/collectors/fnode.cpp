@@ -73,7 +73,7 @@ void fnode_open_all() {
 void fnode_close_all() {
     for (int i = 0; i < FNODE_COUNT; i++) {
         if (g_fnode_table[i].fp != nullptr) {
-            fclose(g_fnode_table[i].fp);
+            (void)fclose(g_fnode_table[i].fp);
             g_fnode_table[i].fp = nullptr;
         }
     }

@@ -198,7 +198,7 @@ static void update_idle_delta(int i, const idle_reading* r) {
 static int32_t append_idle_part(record* rec, int i, idle_reading* r) {
     char num[LPM_NUM_LEN];
     for (int k = 0; k < LPM_IDLE_STATES; k++) {
-        snprintf(num, sizeof(num), "%lld", (long long)g_lpm.idle_delta[i][k]);
+        (void)snprintf(num, sizeof(num), "%lld", (long long)g_lpm.idle_delta[i][k]);
         cat_bounded(r->line, " ", sizeof(r->line));
         cat_bounded(r->line, num, sizeof(r->line));
         LPM_CPU_LOGD("get_lpm_cpu_stats combine idle_states:%d %d %s ", i, k, r->line);
@@ -271,8 +271,8 @@ static void update_sleep_delta(int r, subsys_kept* kept, const sleep_reading* s)
 
 static int32_t append_sleep_part(record* rec, int r, const subsys_kept* kept, sleep_reading* s) {
     char num[LPM_NUM_LEN];
-    snprintf(num, sizeof(num), "%lld %lld", (long long)kept->count_delta,
-             (long long)kept->duration_delta);
+    (void)snprintf(num, sizeof(num), "%lld %lld", (long long)kept->count_delta,
+                   (long long)kept->duration_delta);
     cat_bounded(s->text, " ", sizeof(s->text));
     cat_bounded(s->text, num, sizeof(s->text));
     LPM_RPM_LOGD(" combine rpm_report:%d %s ", r, s->text);
@@ -363,8 +363,8 @@ static void update_wlan_deltas(const char (*fields)[LPM_FIELD_LEN]) {
 static int32_t append_wlan_part(record* rec, char* text, size_t size) {
     const uint64_t* delta = g_lpm.wcnss_delta;
     char num[LPM_WLAN_NUM_LEN];
-    snprintf(num, sizeof(num), "%lld %lld %lld %lld", (long long)delta[0], (long long)delta[1],
-             (long long)delta[2], (long long)delta[3]);
+    (void)snprintf(num, sizeof(num), "%lld %lld %lld %lld", (long long)delta[0],
+                   (long long)delta[1], (long long)delta[2], (long long)delta[3]);
     cat_bounded(text, " ", size);
     cat_bounded(text, num, size);
     LPM_WLAN_LOGD(" combine wcnss_report:%s ", text);
@@ -377,7 +377,7 @@ static int32_t get_lpm_wcnss_stats(record* rec) {
     LPM_HNDL_LOGD(" wcnss use:%d buflen:%d", rec->use, RECORD_BUFLEN);
     LPM_WLAN_LOGD(" fnode->path:%s ", row->path != nullptr ? row->path : "(null)");
     // The row holds no stream between calls; drop one that something else left open.
-    if (row->fp != nullptr) fclose(row->fp);
+    if (row->fp != nullptr) (void)fclose(row->fp);
     row->fp = nullptr;
 
     const char* path = find_wlan_file(row);

@@ -200,8 +200,9 @@ static thermal_node* thermal_mark_paths(const int32_t* marks, int32_t count, con
     for (int32_t i = 0; i < count; i++) {
         if (marks[i] != 1) continue;
         thermal_node* node = &nodes[(*num)++];
-        snprintf(node->value_path, sizeof(node->value_path), "%s%d/%s", prefix, i, value);
-        snprintf(node->type_path, sizeof(node->type_path), "%s%d/type", prefix, i);
+        // A cut path names no node; reading it fails as a missing node's would.
+        (void)snprintf(node->value_path, sizeof(node->value_path), "%s%d/%s", prefix, i, value);
+        (void)snprintf(node->type_path, sizeof(node->type_path), "%s%d/type", prefix, i);
     }
     return nodes;
 }
@@ -222,7 +223,7 @@ static void thermal_zone_device_init() {
     char name[THERMAL_NAME_LEN];
 
     for (int32_t i = 0; i < g_thermal.num_tz; i++) {
-        snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
+        (void)snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
         if (thermal_read_type(path, name) != 0) continue;
         TLOGD("thermal zone name %s\n", name);
         if (thermal_match_zone(g_thermal.zone_groups, g_thermal.num_zone_groups, name) >= 0)
@@ -231,7 +232,7 @@ static void thermal_zone_device_init() {
     }
 
     for (int32_t i = 0; i < g_thermal.num_tz; i++) {
-        snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
+        (void)snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
         if (thermal_read_type(path, name) == 0) {
             // A type such as "limits,cpu5" is known by the word after its first comma.
             char word[THERMAL_NAME_LEN];

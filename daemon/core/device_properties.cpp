@@ -105,5 +105,5 @@ void DeviceProperties::VersionInfoInit() {
         return;
     }
     parse_version_info(fp, &mVersionInfo);
-    fclose(fp);
+    (void)fclose(fp);
 }

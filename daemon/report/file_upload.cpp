@@ -148,10 +148,11 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     // The search guarantees room for the comma and the NUL.
     size_t path_len = strlen(path);
     path[path_len++] = ',';
-    memcpy(g_file_buf, path, path_len);
+    // The path and its comma open the buffer; the content follows, so no NUL goes after the comma.
+    memcpy(g_file_buf, path, path_len);  // NOLINT(bugprone-not-null-terminated-result)
     size_t nread = fread(g_file_buf + path_len, 1, kFileBufSize - path_len - kFileReadReserve, fp);
     TLOGW("file read: %d bytes\n", static_cast<int>(nread));
-    fclose(fp);
+    (void)fclose(fp);
 
     int32_t ret = PowerZELHelper::getInstance()->log_file(kpi_id, g_file_buf,
                                                           static_cast<uint32_t>(path_len + nread));
@@ -162,9 +163,9 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     // to hand out, so the file is still never sent again.
     path[--path_len] = '\0';
     char readed[kFilePathSize];
-    snprintf(readed, sizeof(readed), "%s" FILE_READED_SUFFIX, path);
+    (void)snprintf(readed, sizeof(readed), "%s" FILE_READED_SUFFIX, path);
     // When the rename fails the file stays unreported and is found again on the next call.
-    rename(path, readed);
+    (void)rename(path, readed);
     TLOGD("copy = %s\n", readed);
     return ret;
 }

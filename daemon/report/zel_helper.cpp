@@ -55,17 +55,19 @@ uint32_t format_record_header(char* buf, size_t size) {
 void write_local_record(const char* line) {
     FILE* fp = g_local_file;
     if (fp == nullptr) return;
+    // Write errors are not acted on: the line has gone to the SDK already and the next line tries
+    // the file again.
     // A failed ftell reads as a huge position and also starts the file afresh. The stream appends,
     // so a rewind alone would not shrink it: flush what is buffered, then empty the file.
     unsigned long pos = static_cast<unsigned long>(ftell(fp));
     if (pos >= LOCAL_FILE_LIMIT) {
-        fflush(fp);
+        (void)fflush(fp);
         if (ftruncate(fileno(fp), 0) != 0) {
             // Not a regular file: nothing to empty; the rewind below is all that can be done.
         }
-        fseek(fp, 0, SEEK_SET);
+        (void)fseek(fp, 0, SEEK_SET);
     }
-    fprintf(fp, "%s\n", line);
+    (void)fprintf(fp, "%s\n", line);
 }
 
 // Frames one line in `ub`: the header, the application name and a comma, then `len` bytes of
