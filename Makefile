@@ -1,16 +1,21 @@
 # make demo: run the daemon on the simulated phone8 device.
-# make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
+# make test: build and run every test, then again under AddressSanitizer and UBSan (clang), each
+#   time in a shuffled order (GTEST_SHUFFLE=1; a failing run prints its seed, which
+#   GTEST_RANDOM_SEED=N replays).
 # make bench: time each collector's handler, a whole tick and the record upload on phone8.
 # make test-arm64: cross-build for AArch64 and run every test under qemu user-mode emulation.
 # make check-aosp: compile the daemon against the genuine AOSP log and cutils headers, link it
 #   against the genuine liblog.
 # make check-device-files: Android.bp formatting and the SELinux policy's syntax.
+# make format-check: every tracked C/C++ source formatted as .clang-format says (clang-format-14).
+# make tidy-check: clang-tidy on the daemon's sources with the checks of daemon/.clang-tidy.
 JOBS ?= 2
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+MAKEFLAGS += --no-print-directory
 
 .PHONY: all deps build build-asan test test-asan test-arm64 check-aosp check-device-files demo \
-	bench clean
+	bench clean format-check tidy-check
 
 all: build
 
@@ -26,8 +31,10 @@ build-asan: deps
 	@cmake --build $(ASAN_BUILD) -j$(JOBS)
 
 test: build build-asan
-	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
-	@cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
+	@echo "tests: g++ build, shuffled"
+	@cd $(BUILD) && GTEST_SHUFFLE=1 ctest --output-on-failure -j$(JOBS)
+	@echo "tests: clang ASan+UBSan build, shuffled"
+	@cd $(ASAN_BUILD) && GTEST_SHUFFLE=1 ctest --output-on-failure -j$(JOBS)
 
 test-arm64:
 	@JOBS=$(JOBS) bash tools/test-arm64.sh
@@ -37,6 +44,12 @@ check-aosp:
 
 check-device-files:
 	@bash tools/check-device-files.sh
+
+format-check:
+	@bash tools/format-check.sh
+
+tidy-check: build
+	@BUILD=$(BUILD) JOBS=$(JOBS) bash tools/tidy-check.sh
 
 demo: build
 	@bash sim/demo.sh
