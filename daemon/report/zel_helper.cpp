@@ -55,10 +55,9 @@ uint32_t format_record_header(char* buf, size_t size) {
 void write_local_record(const char* line) {
     FILE* fp = g_local_file;
     if (fp == nullptr) return;
-    // Write errors are not acted on: the line has gone to the SDK already and the next line tries
-    // the file again.
     // A failed ftell reads as a huge position and also starts the file afresh. The stream appends,
-    // so a rewind alone would not shrink it: flush what is buffered, then empty the file.
+    // so a rewind alone would not shrink it: flush what is buffered, then empty the file. Write
+    // errors are not acted on: the line has gone to the SDK already and the next line tries again.
     unsigned long pos = static_cast<unsigned long>(ftell(fp));
     if (pos >= LOCAL_FILE_LIMIT) {
         (void)fflush(fp);
