@@ -1,8 +1,8 @@
-# make demo: run the daemon on the simulated phone8 device.
+# make demo: run the daemon on the simulated phone8 device, then draw the run in build/demo.png.
 # make test: build and run every test, then again under AddressSanitizer and UBSan (clang), each
 #   time in a shuffled order (GTEST_SHUFFLE=1; a failing run prints its seed, which
 #   GTEST_RANDOM_SEED=N replays).
-# make bench: time each collector's handler, a whole tick and the record upload on phone8.
+# make bench: measure the daemon on phone8 beside collectd, then time each handler (hot cache).
 # make test-arm64: cross-build for AArch64 and run every test under qemu user-mode emulation.
 # make check-aosp: compile the daemon against the genuine AOSP log and cutils headers, link it
 #   against the genuine liblog.
@@ -31,6 +31,7 @@ build-asan: deps
 	@cmake --build $(ASAN_BUILD) -j$(JOBS)
 
 test: build build-asan
+	@bash tools/install-deps.sh plot
 	@echo "tests: g++ build, shuffled"
 	@cd $(BUILD) && GTEST_SHUFFLE=1 ctest --output-on-failure -j$(JOBS)
 	@echo "tests: clang ASan+UBSan build, shuffled"
@@ -54,11 +55,16 @@ tidy-check: build
 demo: build
 	@bash sim/demo.sh
 
-# The daemon's log lines go to $(BUILD)/bench/tarn_bench.log; BENCH_ARGS are passed to the benchmark
+# Measures the real daemon under tarn_sim (CPU per tick beside collectd, syscalls and allocations
+# per tick of the sampling thread), then the hot-cache handler timings and a 2,000-tick soak.
+# The daemon's log lines go to $(BUILD)/bench/*.log; BENCH_ARGS are passed to the benchmark
 # (e.g. BENCH_ARGS=--benchmark_repetitions=5).
 bench: deps
+	@bash tools/install-deps.sh bench
 	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-	@cmake --build $(BUILD) -j$(JOBS) --target tarn_sim tarn_bench
+	@cmake --build $(BUILD) -j$(JOBS) --target tarn_sim tarn_stats tarn_bench tarn_alloc_count
+	@/usr/bin/python3 bench/run_bench.py $(BUILD) sim/devices/phone8
+	@echo; echo "Hot-cache figures (each handler called in a loop on unchanging nodes):"
 	@$(BUILD)/tarn_sim run --image sim/devices/phone8 --no-perf-hal --no-telemetry \
 		-- $(BUILD)/bench/tarn_bench $(BENCH_ARGS) 2>$(BUILD)/bench/tarn_bench.log \
 		|| { tail -n 5 $(BUILD)/bench/tarn_bench.log; exit 1; }

@@ -6,7 +6,9 @@
 // formatting and writing its records; the telemetry service is not running, so no time is spent
 // on the socket. "rec_bytes" is the record text a call wrote.
 #include <benchmark/benchmark.h>
+#include <dirent.h>
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -61,26 +63,39 @@ BENCHMARK_CAPTURE(BM_Handler, brightness, collect_brightness_stats_hndl, 0);
 BENCHMARK_CAPTURE(BM_Handler, fps, collect_fps_stats_hndl, 0);
 BENCHMARK_CAPTURE(BM_Handler, thermal, collect_thermal_stats_hndl, kThermalAll);
 
+// A tick's table: every collector due at every tick, the process statistics one only when
+// `with_ps` (it runs a script, which dwarfs the rest and is measured on its own above).
+struct TickTable {
+    explicit TickTable(bool with_ps) {
+        // clang-format off
+        CollectorEntry rows[] = {
+            {2,    0, 1,          0,           nullptr, nullptr, collect_battery_stats_hndl},
+            {3,    0, 1,          0,           nullptr, nullptr, collect_cpu_stats_hndl},
+            {4,    0, 1,          0,           nullptr, nullptr, collect_gpu_stats_hndl},
+            {5,    0, 1,          0,           nullptr, nullptr, collect_ddr_stats_hndl},
+            {6,    0, 1,          0,           nullptr, nullptr, collect_lpm_stats_hndl},
+            {7,    0, with_ps,    0,           nullptr, nullptr, collect_ps_stats_hndl},
+            {8,    0, 1,          0,           nullptr, nullptr, collect_brightness_stats_hndl},
+            {9,    0, 1,          0,           nullptr, nullptr, collect_fps_stats_hndl},
+            {1000, 0, 1,          kThermalAll, nullptr, nullptr, collect_thermal_stats_hndl},
+            {COLLECTOR_TABLE_END_ID, 0, 0, 0, nullptr, nullptr, nullptr},
+        };
+        // clang-format on
+        static_assert(sizeof(rows) == sizeof(table), "one row per collector and the end row");
+        memcpy(table, rows, sizeof(rows));
+    }
+    void tick() { run_collector_tick(table, mutex); }
+
+    CollectorEntry table[10];
+    std::mutex mutex;
+};
+
 // The worst tick: every collector above due at once, walked the way the sampling thread walks
 // its table.
 void BM_WholeTick(benchmark::State& state) {
-    // clang-format off
-    CollectorEntry table[] = {
-        {2,    0, 1, 0,           nullptr, nullptr, collect_battery_stats_hndl},
-        {3,    0, 1, 0,           nullptr, nullptr, collect_cpu_stats_hndl},
-        {4,    0, 1, 0,           nullptr, nullptr, collect_gpu_stats_hndl},
-        {5,    0, 1, 0,           nullptr, nullptr, collect_ddr_stats_hndl},
-        {6,    0, 1, 0,           nullptr, nullptr, collect_lpm_stats_hndl},
-        {7,    0, 1, 0,           nullptr, nullptr, collect_ps_stats_hndl},
-        {8,    0, 1, 0,           nullptr, nullptr, collect_brightness_stats_hndl},
-        {9,    0, 1, 0,           nullptr, nullptr, collect_fps_stats_hndl},
-        {1000, 0, 1, kThermalAll, nullptr, nullptr, collect_thermal_stats_hndl},
-        {COLLECTOR_TABLE_END_ID, 0, 0, 0, nullptr, nullptr, nullptr},
-    };
-    // clang-format on
-    std::mutex table_mutex;
+    TickTable ticks(true);
     RecordBytes bytes(state);
-    for (auto _ : state) run_collector_tick(table, table_mutex);
+    for (auto _ : state) ticks.tick();
 }
 BENCHMARK(BM_WholeTick);
 
@@ -93,6 +108,46 @@ void BM_LogBlob(benchmark::State& state) {
     for (auto _ : state) helper->log_blob(4, kRecord, sizeof(kRecord) - 1);
 }
 BENCHMARK(BM_LogBlob);
+
+long resident_kib() {
+    long kib = -1;
+    if (FILE* f = fopen("/proc/self/status", "re")) {
+        char line[256];
+        while (fgets(line, sizeof(line), f) != nullptr) {
+            if (sscanf(line, "VmRSS: %ld", &kib) == 1) break;
+        }
+        fclose(f);
+    }
+    return kib;
+}
+
+int open_descriptors() {
+    int n = -1;  // the directory's own descriptor is not counted
+    if (DIR* d = opendir("/proc/self/fd")) {
+        while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
+        closedir(d);
+    }
+    return n;
+}
+
+// Whole ticks with every collector but the process statistics one due, 2,000 of them in a row:
+// resident memory and open descriptors after tick 10 and after the last one must be the same.
+void soak() {
+    TickTable ticks(false);
+    constexpr int kLong = 2000;
+    long rss10 = 0;
+    int fds10 = 0;
+    for (int i = 1; i <= kLong; i++) {
+        ticks.tick();
+        if (i == 10) {
+            rss10 = resident_kib();
+            fds10 = open_descriptors();
+        }
+    }
+    printf("soak: tick 10: rss %ld KiB, fds %d; tick %d: rss %ld KiB, fds %d\n", rss10, fds10,
+           kLong, resident_kib(), open_descriptors());
+    fflush(stdout);
+}
 
 }  // namespace
 
@@ -110,6 +165,7 @@ int main(int argc, char** argv) {
     DeviceProperties::getInstance();
     PowerZELHelper::getInstance();
     PowerBigDataCore::getInstance();
+    soak();
 
     // The daemon logs to standard error (a broken phone8 sensor logs on every thermal call), so
     // the run's context and warnings go to standard output with the figures.

@@ -15,6 +15,7 @@
 #include "sandbox.h"
 #include "tarn_stats.pb.h"
 #include "tarn_wire.h"
+#include "usage.h"
 
 namespace {
 
@@ -24,17 +25,6 @@ constexpr auto kRegistrationWait = std::chrono::seconds(30);
 void reply(int fd, bool ok, const std::string& out, const std::string& err) {
     tarn_wire::write_frame(fd, tarn_wire::kCtlReply,
                            tarn_wire::Writer().u32(ok ? 1 : 0).str(out).str(err).data());
-}
-
-int usage_error(const std::string& msg) {
-    fprintf(stderr,
-            "tarn_sim: %s\n"
-            "usage: tarn_sim campaign start --root DIR (--text TEXT | --file FILE)\n"
-            "       tarn_sim campaign stop --root DIR\n"
-            "       tarn_sim hint --root DIR CODE USERDATASTR [USERDATA1 [USERDATA2]]\n"
-            "       tarn_sim stop --root DIR\n",
-            msg.c_str());
-    return 2;
 }
 
 // A signed 32-bit value in decimal (optional sign) or 0x hexadecimal (up to 0xFFFFFFFF).

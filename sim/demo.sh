@@ -1,13 +1,17 @@
 #!/usr/bin/env bash
 # Runs the daemon on the simulated phone8 device for 30 seconds with a period for every collector
 # and prints each record as it arrives: seconds since start, the kind of record, the foreground
-# application and the record itself. The daemon's own log goes to build/demo.log.
+# application and the record itself. The records, with their times, are kept in build/demo.records;
+# at the end tools/tarn_records draws them in build/demo.png and prints their summary. The
+# daemon's own log goes to build/demo.log.
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
 BUILD=${BUILD:-build}
 DURATION=${DURATION:-30}
 LOG="$BUILD/demo.log"
+RECORDS="$BUILD/demo.records"
+PICTURE="$BUILD/demo.png"
 
 declare -A KIND=(
     [2]=battery [3]=cpu [4]=gpu [5]=ddr [6]=low-power [7]=processes [8]=brightness
@@ -16,9 +20,8 @@ declare -A KIND=(
 )
 
 show_records() {
-    local kpi line shown=0
-    local -A COUNT=()
-    while IFS=$'\t' read -r kpi line; do
+    local stamp kpi line shown=0
+    while IFS=$'\t' read -r stamp kpi line; do
         # The line: version, manufacturer, model, serial, build id, application, then the record.
         IFS=, read -r version maker model serial build app _ <<<"$line"
         if [ "$shown" = 0 ]; then
@@ -30,17 +33,8 @@ show_records() {
         local record=${line:${#prefix}}
         record=${record//\\n/ | }
         [ "${#record}" -gt 150 ] && record="${record:0:147}..."
-        printf '[%3ds] %-13s %-24s %s\n' "$SECONDS" "${KIND[$kpi]:-kpi $kpi}" "$app" "$record"
-        COUNT[$kpi]=$((${COUNT[$kpi]:-0} + 1))
+        printf '[%7ss] %-13s %-24s %s\n' "$stamp" "${KIND[$kpi]:-kpi $kpi}" "$app" "$record"
     done
-    # How many records of each kind arrived; the crash counter shares its id with the end of the
-    # collector table, so the scheduler never reaches it.
-    echo
-    echo "records by kind:"
-    for kpi in 2 3 4 5 6 7 8 9 1000 1001 1002 2000 2001 2002; do
-        printf '  %-13s %4d\n' "${KIND[$kpi]}" "${COUNT[$kpi]:-0}"
-    done
-    printf '  %-13s    -  never scheduled: its row ends the collector table\n' "${KIND[3000]}"
 }
 
 # Activity hints from the simulated perf HAL change the application that the records carry.
@@ -54,16 +48,22 @@ send_hints() {
 ROOT=$(mktemp -d)
 trap 'rm -rf "$ROOT"' EXIT
 
+# The picture needs matplotlib.
+bash tools/install-deps.sh plot || exit 1
+
 echo "tarn_stats demo on phone8 for ${DURATION} s (the daemon's log goes to $LOG)"
 echo
-SECONDS=0
 send_hints &
-"$BUILD/tarn_sim" run --image sim/devices/phone8 --root "$ROOT" --animate \
+"$BUILD/tarn_sim" run --image sim/devices/phone8 --root "$ROOT" --animate --timestamps \
     --duration "$DURATION" -- \
     "$BUILD/tarn_stats" --daemon --bat 2 --cpu 1 --gpu 2 --ddr 2 --lpm 5 --ps 10 --bri 3 \
-    --fps 3 --therm 5 --stab 10 2>"$LOG" | show_records
+    --fps 3 --therm 5 --stab 10 2>"$LOG" | tee "$RECORDS" | show_records
 status=${PIPESTATUS[0]}
 wait
 echo
 echo "daemon and simulator exited with status $status"
+echo
+tools/tarn_records --summary --plot "$PICTURE" "$RECORDS" || status=1
+echo
+echo "the run in one picture: $PICTURE (records in $RECORDS)"
 exit "$status"

@@ -1,9 +1,11 @@
 // tarn_sim: runs a command against a simulated device and serves it the platform's services.
 //
 //   tarn_sim run --image DIR [--root DIR] [--records FILE] [--prop KEY=VALUE]... [--no-perf-hal]
-//                [--no-telemetry] [--animate] [--duration SECONDS] -- COMMAND [ARG...]
+//                [--no-telemetry] [--animate] [--timestamps] [--duration SECONDS]
+//                -- COMMAND [ARG...]
 //   tarn_sim campaign start|stop, tarn_sim hint, tarn_sim stop: control of a running simulator.
 #include <errno.h>
+#include <getopt.h>
 #include <limits.h>
 #include <poll.h>
 #include <signal.h>
@@ -27,6 +29,7 @@
 #include "sandbox.h"
 #include "services.h"
 #include "tarn_wire.h"
+#include "usage.h"
 
 namespace {
 
@@ -43,88 +46,110 @@ struct RunOptions {
     bool perf_hal = true;
     bool telemetry = true;
     bool animate = false;
+    bool timestamps = false;
     double duration = 0;
     std::vector<std::string> command;
 };
 
-int usage(const std::string& msg) {
-    if (!msg.empty()) fprintf(stderr, "tarn_sim: %s\n", msg.c_str());
-    fprintf(
-        stderr,
-        "usage: tarn_sim run --image DIR [--root DIR] [--records FILE] [--prop KEY=VALUE]...\n"
-        "                    [--no-perf-hal] [--no-telemetry] [--animate] [--duration SECONDS]\n"
-        "                    -- COMMAND [ARG...]\n"
-        "       tarn_sim campaign start --root DIR (--text TEXT | --file FILE)\n"
-        "       tarn_sim campaign stop --root DIR\n"
-        "       tarn_sim hint --root DIR CODE USERDATASTR [USERDATA1 [USERDATA2]]\n"
-        "       tarn_sim stop --root DIR\n");
-    return 2;
-}
-
+// Parses the options of `tarn_sim run` (argv[0] is "run"). The command starts after "--" or at
+// the first argument that is not a long option. Option names are taken whole, never abbreviated.
 bool parse_run(int argc, char** argv, RunOptions* opts, std::string* err) {
-    for (int i = 0; i < argc; ++i) {
-        std::string arg = argv[i];
-        if (arg == "--") {
-            for (++i; i < argc; ++i) opts->command.push_back(argv[i]);
-            break;
+    enum {
+        kImage = 1,
+        kRoot,
+        kRecords,
+        kProp,
+        kNoPerfHal,
+        kNoTelemetry,
+        kAnimate,
+        kTimestamps,
+        kDuration
+    };
+    static const option kOptions[] = {
+        {"image", required_argument, nullptr, kImage},
+        {"root", required_argument, nullptr, kRoot},
+        {"records", required_argument, nullptr, kRecords},
+        {"prop", required_argument, nullptr, kProp},
+        {"no-perf-hal", no_argument, nullptr, kNoPerfHal},
+        {"no-telemetry", no_argument, nullptr, kNoTelemetry},
+        {"animate", no_argument, nullptr, kAnimate},
+        {"timestamps", no_argument, nullptr, kTimestamps},
+        {"duration", required_argument, nullptr, kDuration},
+        {nullptr, 0, nullptr, 0},
+    };
+    opterr = 0;
+    optind = 1;
+    // A single dash word such as -x is no option of ours: the command starts there.
+    while (optind < argc &&
+           !(argv[optind][0] == '-' && argv[optind][1] != '-' && argv[optind][1] != '\0')) {
+        const std::string arg = argv[optind];
+        const std::string name = arg.substr(0, arg.find('='));
+        int index = -1;
+        int c = getopt_long(argc, argv, "+:", kOptions, &index);
+        if (c == -1) break;
+        if (c != '?' && c != ':' && name != std::string("--") + kOptions[index].name) {
+            c = '?';  // an abbreviation
         }
-        if (arg.compare(0, 2, "--") != 0) {  // the command starts without a "--" before it
-            for (; i < argc; ++i) opts->command.push_back(argv[i]);
-            break;
-        }
-        std::string name = arg, value;
-        bool inline_value = false;
-        size_t eq = arg.find('=');
-        if (eq != std::string::npos) {
-            name = arg.substr(0, eq);
-            value = arg.substr(eq + 1);
-            inline_value = true;
-        }
-        bool flag = name == "--no-perf-hal" || name == "--no-telemetry" || name == "--animate";
-        if (flag) {
-            if (inline_value) {
-                *err = name + " takes no value";
-                return false;
+        if (c == '?' || c == ':') {
+            const option* known = nullptr;
+            for (const option* o = kOptions; o->name != nullptr; ++o) {
+                if (name == std::string("--") + o->name) known = o;
             }
-            if (name == "--no-perf-hal") opts->perf_hal = false;
-            if (name == "--no-telemetry") opts->telemetry = false;
-            if (name == "--animate") opts->animate = true;
-            continue;
-        }
-        if (name != "--image" && name != "--root" && name != "--records" && name != "--prop" &&
-            name != "--duration") {
-            *err = "unknown option " + name;
+            if (known == nullptr) {
+                *err = "unknown option " + name;
+            } else if (known->has_arg == no_argument) {
+                *err = name + " takes no value";
+            } else {
+                *err = name + " needs a value";
+            }
             return false;
         }
-        if (!inline_value) {
-            if (i + 1 >= argc) {
-                *err = name + " needs a value";
-                return false;
+        const std::string value = optarg != nullptr ? optarg : "";
+        switch (c) {
+            case kImage:
+                opts->image = value;
+                break;
+            case kRoot:
+                opts->root = value;
+                break;
+            case kRecords:
+                opts->records = value;
+                break;
+            case kProp: {
+                size_t peq = value.find('=');
+                if (peq == std::string::npos || peq == 0) {
+                    *err = "--prop needs KEY=VALUE, not " + value;
+                    return false;
+                }
+                opts->props.push_back(value);
+                break;
             }
-            value = argv[++i];
-        }
-        if (name == "--image") opts->image = value;
-        if (name == "--root") opts->root = value;
-        if (name == "--records") opts->records = value;
-        if (name == "--prop") {
-            size_t peq = value.find('=');
-            if (peq == std::string::npos || peq == 0) {
-                *err = "--prop needs KEY=VALUE, not " + value;
-                return false;
-            }
-            opts->props.push_back(value);
-        }
-        if (name == "--duration") {
-            char* end = nullptr;
-            errno = 0;
-            opts->duration = strtod(value.c_str(), &end);
-            if (errno != 0 || end == value.c_str() || *end != '\0' || !(opts->duration > 0) ||
-                opts->duration > 1e7) {
-                *err = "--duration needs a positive number of seconds, not " + value;
-                return false;
+            case kNoPerfHal:
+                opts->perf_hal = false;
+                break;
+            case kNoTelemetry:
+                opts->telemetry = false;
+                break;
+            case kAnimate:
+                opts->animate = true;
+                break;
+            case kTimestamps:
+                opts->timestamps = true;
+                break;
+            case kDuration: {
+                char* end = nullptr;
+                errno = 0;
+                opts->duration = strtod(value.c_str(), &end);
+                if (errno != 0 || end == value.c_str() || *end != '\0' || !(opts->duration > 0) ||
+                    opts->duration > 1e7) {
+                    *err = "--duration needs a positive number of seconds, not " + value;
+                    return false;
+                }
+                break;
             }
         }
     }
+    for (int i = optind; i < argc; ++i) opts->command.push_back(argv[i]);
     if (opts->image.empty()) {
         *err = "--image DIR is required";
         return false;
@@ -191,7 +216,7 @@ int exit_status(int status) {
 int run_main(int argc, char** argv) {
     RunOptions opts;
     std::string err;
-    if (!parse_run(argc, argv, &opts, &err)) return usage(err);
+    if (!parse_run(argc, argv, &opts, &err)) return usage_error(err);
 
     // Signals are taken synchronously by the loop below, and held from here on so that an
     // interrupt while the image is being copied still removes a temporary root. The command gets
@@ -255,6 +280,8 @@ int run_main(int argc, char** argv) {
     }
     char cwd[PATH_MAX];
     if (getcwd(cwd, sizeof(cwd)) != nullptr) sandbox.cwd = cwd;
+
+    if (opts.timestamps) records.start_timestamps();
 
     // Fork before any thread exists, so the child may allocate freely while it sets up.
     pid_t parent = getpid();
@@ -360,15 +387,15 @@ int run_main(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) return usage("");
+    if (argc < 2) return usage_error("");
     std::string command = argv[1];
-    if (command == "run") return run_main(argc - 2, argv + 2);
+    if (command == "run") return run_main(argc - 1, argv + 1);
     if (command == "campaign" || command == "hint" || command == "stop") {
         return control_main(command, argc - 2, argv + 2);
     }
     if (command == "-h" || command == "--help" || command == "help") {
-        usage("");
+        usage_error("");
         return 0;
     }
-    return usage("unknown command " + command);
+    return usage_error("unknown command " + command);
 }

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -58,8 +59,24 @@ bool RecordsWriter::open(const std::string& path, std::string* err) {
     return true;
 }
 
+void RecordsWriter::start_timestamps() {
+    std::lock_guard<std::mutex> lock(mMu);
+    mStart = std::chrono::steady_clock::now();
+    mTimestamps = true;
+}
+
 void RecordsWriter::write(uint32_t kpi_id, const std::string& bytes) {
     std::string line = format_record(kpi_id, bytes);
     std::lock_guard<std::mutex> lock(mMu);
+    if (mTimestamps) {
+        // Taken under the lock, so that the times in the file never go backwards.
+        auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                      std::chrono::steady_clock::now() - mStart)
+                      .count();
+        char stamp[32];
+        int n = snprintf(stamp, sizeof(stamp), "%lld.%03lld\t", static_cast<long long>(ms / 1000),
+                         static_cast<long long>(ms % 1000));
+        if (n > 0) line.insert(0, stamp, static_cast<size_t>(n));
+    }
     if (mFd >= 0) tarn_wire::write_all(mFd, line.data(), line.size());
 }

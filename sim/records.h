@@ -1,8 +1,10 @@
-// The records file: one line per uploaded blob, "KPI<TAB>escaped bytes".
+// The records file: one line per uploaded blob, "KPI<TAB>escaped bytes", optionally preceded by
+// the seconds since the start of the run and a tab.
 #pragma once
 
 #include <stdint.h>
 
+#include <chrono>
 #include <mutex>
 #include <string>
 
@@ -20,11 +22,16 @@ class RecordsWriter {
 
     // Appends to `path` (created when missing); "" means standard output.
     bool open(const std::string& path, std::string* err);
+    // From now on every line starts with the seconds since this call, with milliseconds
+    // ("12.345"), and a tab.
+    void start_timestamps();
     // Writes the line in one write, so that it reaches the file at once and whole.
     void write(uint32_t kpi_id, const std::string& bytes);
 
   private:
     std::mutex mMu;
     int mFd = -1;
+    bool mTimestamps = false;
+    std::chrono::steady_clock::time_point mStart;
     bool mOwned = false;
 };

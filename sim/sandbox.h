@@ -4,19 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "file_tree.h"
+
 // Where tarn_sim keeps its own files inside a root: the properties file and the control socket.
 constexpr const char kSimDir[] = "/.tarn_sim";
 constexpr const char kPropertiesFile[] = "/.tarn_sim/build.prop";
 constexpr const char kControlSocket[] = "/.tarn_sim/control";
-
-// Copies the tree at `src` into the existing directory `dst`, keeping symlinks as they are (also
-// relative ones), file modes and empty files. False with a message on the first failure.
-bool copy_tree(const std::string& src, const std::string& dst, std::string* err);
-// Removes `path` and everything below it without following symlinks or crossing mount points.
-void remove_tree(const std::string& path);
-// Creates `path` and its missing parents.
-bool make_dirs(const std::string& path, unsigned mode = 0755);
-bool is_empty_dir(const std::string& path);
 
 // Writes `root`/.tarn_sim/build.prop: the image's top-level build.prop with every KEY=VALUE of
 // `props` applied over it (replacing a definition of the same key, or appended).

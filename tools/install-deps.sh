@@ -2,11 +2,13 @@
 # Installs the Debian packages the build and the tests need, only those that are missing.
 # Extra sets on request: "arm64" (cross build run under emulation), "aosp" (the genuine AOSP
 # log and cutils headers and libraries), "checks" (Android.bp formatter, SELinux policy tools),
-# "lint" (clang-format and clang-tidy).
+# "plot" (matplotlib for the picture of tools/tarn_records), "bench" (collectd and strace for
+# make bench, without their recommendations), "lint" (clang-format and clang-tidy).
 set -euo pipefail
 pkgs=(cmake make g++ clang libclang-rt-14-dev libprotobuf-dev protobuf-compiler libgtest-dev
       libgmock-dev libbenchmark-dev)
 arm64=no
+opts=()
 for set in "$@"; do
     case "$set" in
         arm64)
@@ -16,6 +18,11 @@ for set in "$@"; do
             ;;
         aosp) pkgs+=(android-liblog-dev android-libcutils-dev) ;;
         checks) pkgs+=(blueprint-tools checkpolicy m4) ;;
+        plot) pkgs+=(python3-matplotlib) ;;
+        bench)
+            pkgs+=(collectd-core strace)
+            opts=(--no-install-recommends)
+            ;;
         lint) pkgs+=(clang-format-14 clang-tidy-14) ;;
         *) echo "install-deps.sh: unknown set '$set'" >&2; exit 2 ;;
     esac
@@ -38,4 +45,4 @@ if [ "$arm64" = yes ] && ! dpkg --print-foreign-architectures | grep -qx arm64; 
     $sudo dpkg --add-architecture arm64
 fi
 $sudo apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${opts[@]}" "${missing[@]}" >/dev/null

@@ -2,6 +2,7 @@
 
 #include "core/power_bigdata_core.h"
 
+#include <sys/prctl.h>
 #include <time.h>
 
 #include <chrono>
@@ -157,6 +158,7 @@ int32_t PowerBigDataCore::Stop() {
 }
 
 int32_t PowerBigDataCore::MainThread() {
+    prctl(PR_SET_NAME, "tarn_worker");  // lets tools pick the sampling thread out of the process
     while (mRunning) {
         {
             std::unique_lock<std::mutex> lock(mStartMutex);

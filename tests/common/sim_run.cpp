@@ -89,6 +89,7 @@ SimRun::SimRun(const SimOptions& opts, const std::vector<std::string>& command) 
     if (!opts.perf_hal) argv.push_back("--no-perf-hal");
     if (!opts.telemetry) argv.push_back("--no-telemetry");
     if (opts.animate) argv.push_back("--animate");
+    if (opts.timestamps) argv.push_back("--timestamps");
     if (opts.duration > 0) {
         argv.push_back("--duration");
         argv.push_back(std::to_string(opts.duration));

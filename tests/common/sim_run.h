@@ -23,7 +23,8 @@ struct SimOptions {
     bool perf_hal = true;
     bool telemetry = true;
     bool animate = false;
-    int duration = 0;  // seconds; 0: no --duration
+    bool timestamps = false;  // --timestamps: records lines start with the seconds since start
+    int duration = 0;         // seconds; 0: no --duration
 };
 
 class SimRun {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -113,11 +114,37 @@ TEST(SandboxTest, ExitStatusPassesThrough) {
     EXPECT_EQ(128 + SIGKILL, run_shell("kill -KILL $$", &out));
     EXPECT_EQ(127, run_sim(kBare, {}, {"/no/such/program"}, &out, &err));
     EXPECT_TRUE(contains(err, "/no/such/program")) << err;
-    EXPECT_EQ(2, run_sim(kBare, {"--bogus"}, {"true"}, &out, &err));
-    EXPECT_TRUE(contains(err, "unknown option --bogus")) << err;
     EXPECT_NE(
         0, run_command({sim_path(), "run", "--image", "/no/such/image", "--", "true"}, &out, &err));
     EXPECT_TRUE(contains(err, "/no/such/image")) << err;
+}
+
+TEST(SandboxTest, RunOptionErrorsAreUsageErrors) {
+    // Options after `run`, each refused with status 2 and its message before the usage text.
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"--image", kBare, "--bogus", "--", "true"}, "unknown option --bogus"},
+        {{"--imag", kBare, "--", "true"}, "unknown option --imag"},  // never abbreviated
+        {{"--image", kBare, "--animate=1", "--", "true"}, "--animate takes no value"},
+        {{"--image"}, "--image needs a value"},
+        {{"--image", kBare, "--duration", "0", "true"}, "--duration needs a positive number"},
+        {{"--image", kBare, "--prop", "novalue", "true"}, "--prop needs KEY=VALUE, not novalue"},
+        {{"--image", kBare, "--"}, "no COMMAND given"},
+        {{"--root", "--image", kBare, "true"}, "--image DIR is required"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> argv = {sim_path(), "run"};
+        argv.insert(argv.end(), c.first.begin(), c.first.end());
+        std::string out, err;
+        EXPECT_EQ(2, run_command(argv, &out, &err)) << c.second;
+        EXPECT_TRUE(contains(err, "tarn_sim: " + c.second) && contains(err, "usage: tarn_sim run"))
+            << err;
+    }
+    // A word with a single dash is no option: the command starts there.
+    std::string out, err;
+    EXPECT_EQ(127, run_command({sim_path(), "run", "--image", kBare, "--no-perf-hal",
+                                "--no-telemetry", "-x"},
+                               &out, &err));
+    EXPECT_TRUE(contains(err, "cannot run -x")) << err;
 }
 
 TEST(SandboxTest, PropertiesAreTheImageBuildPropWithPropOverrides) {
@@ -177,6 +204,20 @@ TEST(ServicesTest, RoundTripsThroughTheStandIns) {
     EXPECT_TRUE(contains(log, "collector probe.collector deregistered")) << log;
     EXPECT_NE(0, sim.control({"campaign", "stop"}));
     EXPECT_TRUE(contains(sim.log(), "no simulator is running at " + sim.root())) << sim.log();
+}
+
+TEST(ServicesTest, TimestampsPrecedeTheRecordsLineWhenAsked) {
+    SimOptions opts;
+    opts.image = kBare;
+    opts.timestamps = true;
+    SimRun sim(opts, {kProbe, "pool-first"});
+    ASSERT_TRUE(sim.wait_for_log("probe: register ok=1 ret=0")) << sim.log();
+    ASSERT_EQ(0, sim.control({"campaign", "start", "--text", "version: 5"}));
+    ASSERT_TRUE(sim.wait_for_records([](const std::vector<std::string>& r) { return !r.empty(); }));
+    // Seconds since the start with milliseconds, a tab, then the line as without the option.
+    std::string line = sim.records()[0];
+    EXPECT_TRUE(std::regex_match(line, std::regex("[0-9]+\\.[0-9]{3}\t77\t\\\\x08\\\\x05"))) << line;
+    EXPECT_LT(std::stod(line), 600.0) << line;
 }
 
 // Gone, or a zombie that nobody has reaped yet.
