@@ -69,10 +69,9 @@ void write_local_record(const char* line) {
     (void)fprintf(fp, "%s\n", line);
 }
 
-// Frames one line in `ub`: the header, the application name and a comma, then `len` bytes of
-// `data`, cut so that one byte of the buffer stays free for the NUL that ends the local copy.
-// Sends the line under `kpi_id` when the SDK handle is set and appends it to the local record
-// file. Returns the SDK's status; without a handle 0 for a record, the line's size for a file.
+// Frames one line in `ub` (the header, written on first use, then frame_line's part). Sends the
+// line under `kpi_id` when the SDK handle is set and appends it to the local record file. Returns
+// the SDK's status; without a handle 0 for a record, the line's size for a file.
 int32_t upload_line(UploadBuffer* ub, uint32_t kpi_id, const char* data, size_t len) {
     const char* step = ub->step;
     char* line = ub->buf;
@@ -80,16 +79,9 @@ int32_t upload_line(UploadBuffer* ub, uint32_t kpi_id, const char* data, size_t 
         ub->header_len = format_record_header(line, ub->size);
         TLOGW_FN(step, "First Start [%s] usesize:%d", line, static_cast<int>(ub->header_len));
     }
-    const size_t room = ub->size - ub->header_len;
-    memset(line + ub->header_len, 0, room);
-
     const std::string app = PowerBigDataCore::getInstance()->getAppName();
-    int n = snprintf(line + ub->header_len, room, "%s,", app.c_str());
-    size_t head = ub->header_len;
-    if (n > 0) head += static_cast<size_t>(n) < room ? static_cast<size_t>(n) : room - 1;
-    const size_t write = len < ub->size - head - 1 ? len : ub->size - head - 1;
-    memcpy(line + head, data, write);
-    const uint32_t size = static_cast<uint32_t>(head + write);
+    size_t write = 0;
+    const uint32_t size = frame_line(line, ub->size, ub->header_len, app.c_str(), data, len, &write);
 
     zel_hndl_t hndl = g_zel_hndl;
     if (ub->whole_file) {
@@ -107,6 +99,20 @@ int32_t upload_line(UploadBuffer* ub, uint32_t kpi_id, const char* data, size_t 
 }
 
 }  // namespace
+
+uint32_t frame_line(char* line, size_t size, uint32_t header_len, const char* app, const char* data,
+                    size_t len, size_t* written) {
+    const size_t room = size - header_len;
+    memset(line + header_len, 0, room);
+    int n = snprintf(line + header_len, room, "%s,", app);
+    size_t head = header_len;
+    if (n > 0) head += static_cast<size_t>(n) < room ? static_cast<size_t>(n) : room - 1;
+    // One byte of the line stays free for the NUL that ends the local copy.
+    const size_t write = len < size - head - 1 ? len : size - head - 1;
+    memcpy(line + head, data, write);
+    *written = write;
+    return static_cast<uint32_t>(head + write);
+}
 
 PowerZELHelper* PowerZELHelper::getInstance() {
     static PowerZELHelper instance;

@@ -21,6 +21,13 @@ extern FILE* g_local_file;
 // Handle returned by zel_register, or null. Written once at start-up, read by the uploads.
 extern std::atomic<zel_hndl_t> g_zel_hndl;
 
+// Frames an upload line in `line` (`size` bytes) whose first `header_len` bytes hold the record
+// header: the application name and a comma, then the first `len` bytes of `data`, cut so that the
+// line keeps a NUL at its end; the rest of the line is zeroed. Returns the line's size and the
+// count of `data` bytes taken in *written.
+uint32_t frame_line(char* line, size_t size, uint32_t header_len, const char* app, const char* data,
+                    size_t len, size_t* written);
+
 class PowerZELHelper {
   public:
     static PowerZELHelper* getInstance();
