@@ -1,16 +1,21 @@
 # make demo: run the daemon on the simulated phone8 device, then draw the run in build/demo.png.
-# make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
+# make test: build and run every test, then again under AddressSanitizer and UBSan (clang), each
+#   time in a shuffled order (GTEST_SHUFFLE=1; a failing run prints its seed, which
+#   GTEST_RANDOM_SEED=N replays).
 # make bench: measure the daemon on phone8 beside collectd, then time each handler (hot cache).
 # make test-arm64: cross-build for AArch64 and run every test under qemu user-mode emulation.
 # make check-aosp: compile the daemon against the genuine AOSP log and cutils headers, link it
 #   against the genuine liblog.
 # make check-device-files: Android.bp formatting and the SELinux policy's syntax.
+# make format-check: every tracked C/C++ source formatted as .clang-format says (clang-format-14).
+# make tidy-check: clang-tidy on the daemon's sources with the checks of daemon/.clang-tidy.
 JOBS ?= 2
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+MAKEFLAGS += --no-print-directory
 
 .PHONY: all deps build build-asan test test-asan test-arm64 check-aosp check-device-files demo \
-	bench clean
+	bench clean format-check tidy-check
 
 all: build
 
@@ -27,8 +32,10 @@ build-asan: deps
 
 test: build build-asan
 	@bash tools/install-deps.sh plot
-	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
-	@cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
+	@echo "tests: g++ build, shuffled"
+	@cd $(BUILD) && GTEST_SHUFFLE=1 ctest --output-on-failure -j$(JOBS)
+	@echo "tests: clang ASan+UBSan build, shuffled"
+	@cd $(ASAN_BUILD) && GTEST_SHUFFLE=1 ctest --output-on-failure -j$(JOBS)
 
 test-arm64:
 	@JOBS=$(JOBS) bash tools/test-arm64.sh
@@ -38,6 +45,12 @@ check-aosp:
 
 check-device-files:
 	@bash tools/check-device-files.sh
+
+format-check:
+	@bash tools/format-check.sh
+
+tidy-check: build
+	@BUILD=$(BUILD) JOBS=$(JOBS) bash tools/tidy-check.sh
 
 demo: build
 	@bash sim/demo.sh

@@ -1,4 +1,6 @@
 // Process entry: command line, then the start-up sequence, then serving binder calls.
+#define TARN_LOG_TAG TAG_MAIN
+
 #include <aidl/vendor/orv/hardware/perf2/IPerf.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
@@ -36,52 +38,50 @@ int main(int argc, char* argv[]) {
     DeviceProperties::getInstance();
     PowerZELHelper::getInstance();
     if (registerCollector() != 0) {
-        TLOGE(TAG_MAIN, "%s() %d: registerCollector failed ret:%d", -1);
+        TLOGE("registerCollector failed ret:%d", -1);
         return -1;
     }
 
     PowerBigDataCore* core = PowerBigDataCore::getInstance();
     core->ConfigurePowerCoreParam(cfg.power, cfg.thermal, cfg.stability);
 
-    TLOGW(TAG_MAIN, "%s() %d: service bigdata is going to register");
+    TLOGW("service bigdata is going to register");
     mPowerBigDataCallback = ndk::SharedRefBase::make<PowerBigDataCallback>(core);
     if (mPowerBigDataCallback == nullptr) {
-        TLOGE(TAG_MAIN, "%s() %d: mPowerBigDataCallback is null register service failed");
+        TLOGE("mPowerBigDataCallback is null register service failed");
         return EXIT_NO_CALLBACK;
     }
 
     const std::string instance = std::string(IPerf::descriptor) + "/default";
     ndk::SpAIBinder perfBinder(AServiceManager_checkService(instance.c_str()));
     if (perfBinder.get() == nullptr) {
-        TLOGE(TAG_MAIN, "%s() %d: perfBinder.get() failed");
+        TLOGE("perfBinder.get() failed");
         return EXIT_NO_PERF_HAL;
     }
     g_perf_hal = IPerf::fromBinder(perfBinder);
     if (g_perf_hal == nullptr) {
-        TLOGE(TAG_MAIN, "%s() %d: perfBinder.get() failed");
+        TLOGE("perfBinder.get() failed");
         return EXIT_NO_PERF_HAL;
     }
-    TLOGW(TAG_MAIN, "%s() %d: got IPerf Hal successfully");
+    TLOGW("got IPerf Hal successfully");
 
     // A callback left registered by an earlier run of the daemon is removed first.
     int32_t ret = 0;
-    TLOGW(TAG_MAIN, "%s() %d: try to Deregister callback clientId:%d", PERF_CLIENT_ID);
+    TLOGW("try to Deregister callback clientId:%d", PERF_CLIENT_ID);
     ndk::ScopedAStatus status =
         g_perf_hal->perfCallbackDeregister(mPowerBigDataCallback, PERF_CLIENT_ID, &ret);
-    TLOGD(TAG_MAIN, "%s() %d: perfCallbackDeregister() _aidl_return: %d _aidl_status: %d", ret,
-          status.isOk() ? 1 : 0);
-    TLOGW(TAG_MAIN, "%s() %d: try to register callback secondly, clientId:%d", PERF_CLIENT_ID);
+    TLOGD("perfCallbackDeregister() _aidl_return: %d _aidl_status: %d", ret, status.isOk() ? 1 : 0);
+    TLOGW("try to register callback secondly, clientId:%d", PERF_CLIENT_ID);
     status = g_perf_hal->perfCallbackRegister(mPowerBigDataCallback, PERF_CLIENT_ID, &ret);
-    TLOGD(TAG_MAIN, "%s() %d: perfCallbackRegister() _aidl_return: %d _aidl_status: %d", ret,
-          status.isOk() ? 1 : 0);
+    TLOGD("perfCallbackRegister() _aidl_return: %d _aidl_status: %d", ret, status.isOk() ? 1 : 0);
 
     if (cfg.startAtOnce) {
         core->startSampling();
-        TLOGW(TAG_MAIN, "%s() %d: StartCampaign to sample data!!");
+        TLOGW("StartCampaign to sample data!!");
     }
 
     ABinderProcess_startThreadPool();
     ABinderProcess_joinThreadPool();
-    TLOGW(TAG_MAIN, "%s() %d: service is end");
+    TLOGW("service is end");
     return 0;
 }

@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_MAIN
+
 #include "options.h"
 
 #include <errno.h>
@@ -70,12 +72,11 @@ void open_local_file(const char* path) {
     FILE* fp = open_for_append(path);
     if (fp == nullptr) {
         int err = errno;
-        TLOGE_FN(TAG_MAIN, "main", "%s() %d: open[%s] failed errno:%d [%s]", path, err,
-                 strerror(err));
+        TLOGE_FN("main", "open[%s] failed errno:%d [%s]", path, err, strerror(err));
         return;
     }
     // A later --local replaces an earlier one; nothing has been written to the earlier file yet.
-    if (g_local_file != nullptr) fclose(g_local_file);
+    if (g_local_file != nullptr) (void)fclose(g_local_file);
     g_local_file = fp;
 }
 
@@ -140,28 +141,26 @@ ParseResult parse_command_line(int argc, char* argv[], CommandLineConfig* cfg) {
 }
 
 void print_usage() {
-    fprintf(stderr, "tarn_stats : %s\n", TARN_STATS_VERSION);
-    fprintf(stderr,
-            "Usage: sample system data at background like CPU/GPU/DDR/Thermal/Stability and so "
-            "on\n");
-    fprintf(stderr, "\t tarn_stats <opts> \n");
-    fprintf(stderr, "\t -- cpu X   -- sample gpu info with X period\n");
-    fprintf(stderr, "\t -- bat X   -- sample bat info with X period\n");
-    fprintf(stderr, "\t -- ddr X   -- sample ddr info with X period\n");
-    fprintf(stderr, "\t -- stab X  -- sample stab info with X period\n");
-    fprintf(stderr, "\t -- therm X -- sample therm info with X period\n");
-    fprintf(stderr, "\t -- lpm X   -- sample lpm info with X period\n");
-    fprintf(stderr, "\t -- ps X    -- sample ps info with X period\n");
-    fprintf(stderr, "\t -- bri X   -- sample bri info with X period\n");
-    fprintf(stderr, "\t -- fps X   -- sample fps info with X period\n");
-    fprintf(stderr, "\t -- daemon  -- start sample without remote enable\n");
-    fprintf(stderr,
-            "\t -- local   -- save the data to local file path, reset file when bigger than "
-            "4GB\n");
-    fprintf(stderr,
-            "\t -- debug or -d  -- set debug level error:3, warnning:4, info:6, debug:7 \n");
-    fprintf(stderr,
-            "\t                 -- setprop rw.debug.tarn.stats.enabled X to cover debug level "
-            "when X not 0\n");
-    fprintf(stderr, "\t -- help or -h   -- show this help info\n");
+    static const char kUsage[] =
+        "tarn_stats : " TARN_STATS_VERSION
+        "\n"
+        "Usage: sample system data at background like CPU/GPU/DDR/Thermal/Stability and so on\n"
+        "\t tarn_stats <opts> \n"
+        "\t -- cpu X   -- sample gpu info with X period\n"
+        "\t -- bat X   -- sample bat info with X period\n"
+        "\t -- ddr X   -- sample ddr info with X period\n"
+        "\t -- stab X  -- sample stab info with X period\n"
+        "\t -- therm X -- sample therm info with X period\n"
+        "\t -- lpm X   -- sample lpm info with X period\n"
+        "\t -- ps X    -- sample ps info with X period\n"
+        "\t -- bri X   -- sample bri info with X period\n"
+        "\t -- fps X   -- sample fps info with X period\n"
+        "\t -- daemon  -- start sample without remote enable\n"
+        "\t -- local   -- save the data to local file path, reset file when bigger than 4GB\n"
+        "\t -- debug or -d  -- set debug level error:3, warnning:4, info:6, debug:7 \n"
+        "\t                 -- setprop rw.debug.tarn.stats.enabled X to cover debug level when X "
+        "not 0\n"
+        "\t -- help or -h   -- show this help info\n";
+    // Nothing is left to do when standard error is closed.
+    (void)fputs(kUsage, stderr);
 }

@@ -2,7 +2,7 @@
 // level, the local record file and the start-at-once switch.
 #pragma once
 
-#include "core/power_bigdata_core.h"
+#include "core/interval_cfg.h"
 
 struct CommandLineConfig {
     PowerIntervalCfg power;

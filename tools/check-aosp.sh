@@ -17,7 +17,7 @@ protoc --cpp_out="$OUT/gen" -Idaemon/report daemon/report/tarn_stats.proto
 
 # Both are -I on purpose: a directory given with -isystem is searched after every -I directory,
 # so the stand-ins would win.
-flags=(-std=c++17 -Wall -Wextra -Werror -O1 -I"$AOSP_INC" -Idaemon -Iplatform/include
+flags=(-std=c++17 -Wall -Wextra -Wformat=2 -Wshadow -Werror -O1 -I"$AOSP_INC" -Idaemon -Iplatform/include
        -Iplatform/wire -I"$OUT/gen")
 export OUT
 compile() { # source [extra flags...]: one object per source, named after its path

@@ -3,7 +3,7 @@
 # Extra sets on request: "arm64" (cross build run under emulation), "aosp" (the genuine AOSP
 # log and cutils headers and libraries), "checks" (Android.bp formatter, SELinux policy tools),
 # "plot" (matplotlib for the picture of tools/tarn_records), "bench" (collectd and strace for
-# make bench, without their recommendations).
+# make bench, without their recommendations), "lint" (clang-format and clang-tidy).
 set -euo pipefail
 pkgs=(cmake make g++ clang libclang-rt-14-dev libprotobuf-dev protobuf-compiler libgtest-dev
       libgmock-dev libbenchmark-dev)
@@ -23,6 +23,7 @@ for set in "$@"; do
             pkgs+=(collectd-core strace)
             opts=(--no-install-recommends)
             ;;
+        lint) pkgs+=(clang-format-14 clang-tidy-14) ;;
         *) echo "install-deps.sh: unknown set '$set'" >&2; exit 2 ;;
     esac
 done

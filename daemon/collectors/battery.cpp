@@ -1,5 +1,7 @@
 // Battery collector: charge level, voltage, current, temperature and charging status from the
 // battery's power-supply uevent file, one record per period under KPI 2.
+#define TARN_LOG_TAG TAG_BATTERY
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -24,7 +26,7 @@ int32_t collect_battery_stats_init() {
 
 int32_t collect_battery_stats_exit() {
     if (g_battery_fp != nullptr) {
-        fclose(g_battery_fp);
+        (void)fclose(g_battery_fp);
         g_battery_fp = nullptr;
     }
     return 0;
@@ -75,7 +77,7 @@ void battery_parse_uevent(const char* data, size_t len, battery_fields* out) {
         } else if (strcmp(key, "POWER_SUPPLY_CAPACITY") == 0) {
             out->capacity = atoi(value);
         } else if (strcmp(key, "POWER_SUPPLY_STATUS") == 0) {
-            snprintf(out->status, sizeof(out->status), "%s", value);
+            (void)snprintf(out->status, sizeof(out->status), "%s", value);
         }
     }
 }
@@ -90,10 +92,10 @@ int32_t collect_battery_stats_hndl(uint64_t) {
     ssize_t len = node_pread(fileno(g_battery_fp), node, sizeof(node));
     battery_parse_uevent(node, len > 0 ? (size_t)len : 0, &f);
 
-    TLOGD(TAG_BATTERY,
-          "%s() %d: collect_battery_stats_hndl voltage:%d current:%d temperature:%d capacity:%d "
-          "status:%s",
-          f.voltage, f.current, f.temperature, f.capacity, f.status);
+    TLOGD(
+        "collect_battery_stats_hndl voltage:%d current:%d temperature:%d capacity:%d "
+        "status:%s",
+        f.voltage, f.current, f.temperature, f.capacity, f.status);
 
     // Not a record built by appends: one bounded format into a short buffer, whose status field
     // can be longer than the buffer. The record is cut there and the result is the uncut length.

@@ -2,6 +2,8 @@
 // period, the time it covers and the mean utilisation of the cluster's CPUs, one record per
 // cluster under KPI 3. Its init also opens every file of the node table for the other
 // table-reading collectors, and its exit closes them.
+#define TARN_LOG_TAG TAG_POWER
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -93,7 +95,7 @@ static int32_t check_cpufreq_policy_num() {
     DIR* dir = opendir(CPUFREQ_DIR);
     if (dir == nullptr) {
         int err = errno;
-        TLOGE(TAG_POWER, "%s() %d: opendir failed [%s] error: %s", CPUFREQ_DIR, strerror(err));
+        TLOGE("opendir failed [%s] error: %s", CPUFREQ_DIR, strerror(err));
         return -err;
     }
     int32_t scan[CLUSTER_SLOTS] = {0};
@@ -102,8 +104,7 @@ static int32_t check_cpufreq_policy_num() {
         if (strcmp(de->d_name, ".") == 0 || strcmp(de->d_name, "..") == 0) continue;
         if (!is_directory(dir, de)) continue;
         if (taken >= CLUSTER_SLOTS) {
-            TLOGE(TAG_POWER, "%s() %d: too many array entries, i:%d size:%d", CLUSTER_SLOTS,
-                  CLUSTER_SLOTS);
+            TLOGE("too many array entries, i:%d size:%d", CLUSTER_SLOTS, CLUSTER_SLOTS);
             closedir(dir);
             return -EINVAL;
         }
@@ -126,15 +127,15 @@ static int32_t check_cpu_min_max() {
     FILE* fp = fopen(CPU_POSSIBLE_PATH, "re");
     if (fp == nullptr) {
         int err = errno;
-        TLOGE(TAG_POWER, "%s() %d: Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
+        TLOGE("Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
         return -err;
     }
     unsigned int min = 0, max = 0;
     int ret = fscanf(fp, "%u-%u", &min, &max);
-    TLOGW(TAG_POWER, "%s() %d: CPU min: %u, max: %u ret:%d", min, max, ret);
+    TLOGW("CPU min: %u, max: %u ret:%d", min, max, ret);
     g_cpu.cpu_min = min;
     g_cpu.cpu_count = max + 1;
-    fclose(fp);
+    (void)fclose(fp);
     return 0;
 }
 
@@ -143,15 +144,16 @@ static void policy_check_file_path() {
     for (int slot = 0; slot < CLUSTER_SLOTS; slot++) {
         if (g_cpu.cluster[slot] == NO_POLICY) continue;
         for (int which = 0; which < FNODE_CPU_GROUP_ROWS; which++) {
-            // The first group's rows name the files; the same names serve every cluster.
+            // The first group's rows name the files; the same names serve every cluster. A cut
+            // path names no node, and its open fails as a missing node's would.
             memset(path, 0, sizeof(path));
-            snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cpu.cluster[slot],
-                     g_fnode_table[fnode_cpu_row(0, which)].path);
-            TLOGW(TAG_POWER, "%s() %d: filepath:%s", path);
+            (void)snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cpu.cluster[slot],
+                           g_fnode_table[fnode_cpu_row(0, which)].path);
+            TLOGW("filepath:%s", path);
             struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
-            if (row->fp != nullptr) fclose(row->fp);
+            if (row->fp != nullptr) (void)fclose(row->fp);
             row->fp = fopen(path, "re");
-            if (row->fp == nullptr) TLOGE(TAG_POWER, "%s() %d: fail to open [%s]", path);
+            if (row->fp == nullptr) TLOGE("fail to open [%s]", path);
         }
     }
 }
@@ -160,20 +162,20 @@ static void policy_check_file_path() {
 // the first text that is not a number, or when the list is full; a missing file keeps the list.
 static void InitClusterFreqList(int slot) {
     char path[PATH_BUFLEN];
-    snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
-             g_cpu.cluster[slot]);
+    (void)snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
+                   g_cpu.cluster[slot]);
     FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
     int n = 0;
     unsigned int value = 0;
     while (n < MAX_FREQ_STEPS && fscanf(fp, "%u", &value) == 1) {
         g_cpu.cluster_freq_list[slot][n] = value;
-        TLOGD(TAG_POWER, "%s() %d: InitClusterFreqList cluster_freq_list[%d][%d]:%llu", slot, n,
+        TLOGD("InitClusterFreqList cluster_freq_list[%d][%d]:%llu", slot, n,
               (unsigned long long)value);
         n++;
     }
     g_cpu.freq_num[slot] = n;
-    fclose(fp);
+    (void)fclose(fp);
 }
 
 // One weight in 1..100 per frequency step: the step's share of the last listed frequency scaled
@@ -183,12 +185,13 @@ static void InitClusterCapacityList(int slot) {
     uint64_t fmax = n > 0 ? g_cpu.cluster_freq_list[slot][n - 1] : 0;
 
     char path[PATH_BUFLEN];
-    snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity", g_cpu.cluster[slot]);
+    (void)snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity",
+                   g_cpu.cluster[slot]);
     FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
     unsigned int capacity = 0;
     if (fscanf(fp, "%u", &capacity) != 1) capacity = 0;
-    fclose(fp);
+    (void)fclose(fp);
 
     for (int i = 0; i < n; i++) {
         uint64_t pct = fmax != 0 ? g_cpu.cluster_freq_list[slot][i] * 100 / fmax : 0;
@@ -196,9 +199,8 @@ static void InitClusterCapacityList(int slot) {
         if (weight > 100) weight = 100;
         if (weight < 1) weight = 1;
         g_cpu.cluster_cap_list[slot][i] = weight;
-        TLOGD(TAG_POWER,
-              "%s() %d: original cluster:%d freq_num:%d cluster_cap_list[%d][%d]:%llu cap:%llu",
-              slot, i, slot, i, (unsigned long long)weight, (unsigned long long)weight);
+        TLOGD("original cluster:%d freq_num:%d cluster_cap_list[%d][%d]:%llu cap:%llu", slot, i,
+              slot, i, (unsigned long long)weight, (unsigned long long)weight);
     }
 }
 
@@ -254,7 +256,7 @@ static int get_cpus_time_in_state(int slot, record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(fnode_cpu_row(slot, FNODE_CPU_TIME_IN_STATE), node, sizeof(node));
     if (len < 0) {
-        TLOGE(TAG_POWER, "%s() %d: fp is Null idx:%d", slot);
+        TLOGE("fp is Null idx:%d", slot);
         return -EINVAL;
     }
     uint64_t weighted = 0;
@@ -268,7 +270,7 @@ static int get_cpus_time_in_state(int slot, record* rec) {
             break;
         }
     }
-    TLOGD(TAG_POWER, "%s() %d: idx:%d cluster_avg_freq[%d]:%llu", slot, slot,
+    TLOGD("idx:%d cluster_avg_freq[%d]:%llu", slot, slot,
           (unsigned long long)g_cpu.cluster_avg_freq[slot]);
     return rec->append("%llu,%llu,", (unsigned long long)g_cpu.cluster_avg_freq[slot],
                        (unsigned long long)total);
@@ -294,9 +296,10 @@ void cpu_parse_stat(const char* data, size_t len, float* util) {
         if (sscanf(line, "cpu%u", &cpu) != 1) continue;
         if (cpu >= MAX_CPUS) break;
 
+        // Fields the line lacks stay 0.
         unsigned int v[8] = {0};
-        sscanf(line, "cpu%u %u %u %u %u %u %u %u", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6],
-               &v[7]);
+        (void)sscanf(line, "cpu%u %u %u %u %u %u %u %u", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5],
+                     &v[6], &v[7]);
         cpu_counters* c = &g_cpu.counters[cpu];
         c->cpu = v[0];
         c->user = v[1];
@@ -337,10 +340,10 @@ static int get_cpus_util(int slot, record* rec, util_reading* reading) {
     int32_t cpu_end = next == NO_POLICY ? cpu_start + 1 : next;
 
     if (g_fnode_table[FNODE_PROC_STAT].fp == nullptr) {
-        TLOGE(TAG_POWER, "%s() %d: PROC_STAT fp is Null");
+        TLOGE("PROC_STAT fp is Null");
         return -EINVAL;
     }
-    TLOGD(TAG_POWER, "%s() %d: cpu_start [%d] - cpu_end:[%d]", cpu_start, cpu_end);
+    TLOGD("cpu_start [%d] - cpu_end:[%d]", cpu_start, cpu_end);
     if (!reading->taken) {
         char node[NODE_BUF_LEN];
         ssize_t len = fnode_read(FNODE_PROC_STAT, node, sizeof(node));
@@ -366,7 +369,7 @@ int32_t collect_cpu_stats_hndl(uint64_t) {
     int32_t result = 0;
     util_reading reading = {};
 
-    TLOGD(TAG_POWER, "%s() %d: get_cpu_stats ret:%d use:%d", 0, 0);
+    TLOGD("get_cpu_stats ret:%d use:%d", 0, 0);
     for (int slot = 0; slot < REPORTED_SLOTS; slot++) {
         if (g_cpu.cluster[slot] == NO_POLICY) continue;
 
@@ -376,14 +379,12 @@ int32_t collect_cpu_stats_hndl(uint64_t) {
 
         int32_t use = rec.use;
         ret = get_cpus_time_in_state(slot, &rec);
-        TLOGD(TAG_POWER, "%s() %d: get_cpus_time_in_state() ret:%d use:%d buflen:%d", ret, use,
-              RECORD_BUFLEN);
+        TLOGD("get_cpus_time_in_state() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
         if (ret < 0) return ret;
 
         use = rec.use;
         ret = get_cpus_util(slot, &rec, &reading);
-        TLOGD(TAG_POWER, "%s() %d: get_cpus_util() ret:%d use:%d buflen:%d", ret, use,
-              RECORD_BUFLEN);
+        TLOGD("get_cpus_util() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
         if (ret < 0) return ret;
 
         rec.report(kpi::CPUFREQ);

@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_POWER
+
 #include "collectors/fnode.h"
 
 #include <errno.h>
@@ -71,7 +73,7 @@ void fnode_open_all() {
 void fnode_close_all() {
     for (int i = 0; i < FNODE_COUNT; i++) {
         if (g_fnode_table[i].fp != nullptr) {
-            fclose(g_fnode_table[i].fp);
+            (void)fclose(g_fnode_table[i].fp);
             g_fnode_table[i].fp = nullptr;
         }
     }
@@ -93,13 +95,13 @@ int append_node_u32(int index, const char* step, const char* label, record* rec)
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(index, node, sizeof(node));
     if (len < 0) {
-        TLOGD_FN(TAG_POWER, step, "%s() %d: %s() if !fp ", step);
+        TLOGD_FN(step, "%s() if !fp ", step);
         return -EINVAL;
     }
     uint64_t value = node_parse_u32(node, (size_t)len);
-    TLOGD_FN(TAG_POWER, step, "%s() %d: %s() %s:%d ", step, label, (int)value);
+    TLOGD_FN(step, "%s() %s:%d ", step, label, (int)value);
     int ret = rec->append("%lu,", (unsigned long)value);
-    TLOGD_FN(TAG_POWER, step, "%s() %d: %s() ret:%d ", step, ret);
+    TLOGD_FN(step, "%s() ret:%d ", step, ret);
     return ret;
 }
 
@@ -112,8 +114,7 @@ int32_t report_node_value(const char* hndl, const char* closing, const char* tag
 
     int32_t use = rec.use;
     ret = step(&rec);
-    TLOGD_FN(TAG_POWER, hndl, "%s() %d: %s() ret:%d use:%d buflen:%d", closing, ret, use,
-             RECORD_BUFLEN);
+    TLOGD_FN(hndl, "%s() ret:%d use:%d buflen:%d", closing, ret, use, RECORD_BUFLEN);
     if (ret < 0) return ret;
 
     rec.report(kpi_id);

@@ -1,5 +1,7 @@
 // Frame-rate collector: the display's measured frame rate, taken from the last line of the
 // display driver's node, one record per period under KPI 9.
+#define TARN_LOG_TAG TAG_POWER
+
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -21,11 +23,11 @@ double fps_parse(const char* data, size_t len) {
     memset(line, 0, sizeof(line));
     double cur_fps = 0.0;
     while (mem_get_line(line, sizeof(line), &in) != nullptr) {
-        TLOGD_FN(TAG_POWER, "get_fps", "%s() %d: get_fps while orginal line %s ", line);
+        TLOGD_FN("get_fps", "get_fps while orginal line %s ", line);
         char* temp = extract_fps_info(line, ":", 1);
-        TLOGD_FN(TAG_POWER, "get_fps", "%s() %d: get_fps while split temp %s ", temp);
+        TLOGD_FN("get_fps", "get_fps while split temp %s ", temp);
         char* temp2 = extract_fps_info(temp, " ", 0);
-        TLOGD_FN(TAG_POWER, "get_fps", "%s() %d: get_fps while split temp2 %s ", temp2);
+        TLOGD_FN("get_fps", "get_fps while split temp2 %s ", temp2);
         cur_fps = strtod(temp2, nullptr);
     }
     return cur_fps;
@@ -37,13 +39,13 @@ static int get_fps(record* rec) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(FNODE_FPS, node, sizeof(node));
     if (len < 0) {
-        TLOGD(TAG_POWER, "%s() %d: get_fps() if !fp ");
+        TLOGD("get_fps() if !fp ");
         return -EINVAL;
     }
     double cur_fps = fps_parse(node, (size_t)len);
-    TLOGD(TAG_POWER, "%s() %d: get_fps() cur_fps:%lf ", cur_fps);
+    TLOGD("get_fps() cur_fps:%lf ", cur_fps);
     int ret = rec->append("%.1lf,", cur_fps);
-    TLOGD(TAG_POWER, "%s() %d: get_fps() ret:%d ", ret);
+    TLOGD("get_fps() ret:%d ", ret);
     return ret;
 }
 

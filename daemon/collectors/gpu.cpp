@@ -1,5 +1,7 @@
 // GPU collector: current frequency, the time spent at it since it was last seen there, and the
 // busy percentage, one record per period under KPI 4.
+#define TARN_LOG_TAG TAG_POWER
+
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
@@ -119,19 +121,19 @@ static int get_gpu_load(record* rec) {
 int32_t collect_gpu_stats_hndl(uint64_t) {
     char buf[RECORD_BUFLEN];
     record rec(buf, sizeof(buf));
-    TLOGD(TAG_POWER, "%s() %d: get_gpu_stats ret:%d use:%d", 0, 0);
+    TLOGD("get_gpu_stats ret:%d use:%d", 0, 0);
     int ret = rec.append("GPU,");
     if (ret < 0) return ret;
 
     int32_t use = rec.use;
     ret = get_gpu_freq(&rec);
-    TLOGD(TAG_POWER, "%s() %d: get_gpu_freq() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
+    TLOGD("get_gpu_freq() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
     if (ret < 0) return ret;
 
     // The load goes into the record but not into the returned length.
     use = rec.use;
     ret = get_gpu_load(&rec);
-    TLOGD(TAG_POWER, "%s() %d: get_gpu_load() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
+    TLOGD("get_gpu_load() ret:%d use:%d buflen:%d", ret, use, RECORD_BUFLEN);
     if (ret < 0) return ret;
 
     rec.report(kpi::GPUFREQ);

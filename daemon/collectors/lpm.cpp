@@ -5,6 +5,8 @@
 //
 // Each of the three steps does the same for each of its sources: find it, read it, parse it,
 // update the kept deltas and append its part to the record.
+#define TARN_LOG_TAG TAG_POWER
+
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -41,10 +43,10 @@
 
 // Every message names the step it belongs to, whichever function logs it; the messages that show
 // `use` and `buflen` name the handler.
-#define LPM_HNDL_LOGD(fmt, ...) TLOGD_FN(TAG_POWER, "collect_lpm_stats_hndl", fmt, ##__VA_ARGS__)
-#define LPM_CPU_LOGD(fmt, ...) TLOGD_FN(TAG_POWER, "get_lpm_cpu_stats", fmt, ##__VA_ARGS__)
-#define LPM_RPM_LOGD(fmt, ...) TLOGD_FN(TAG_POWER, "get_lpm_rpm_stats", fmt, ##__VA_ARGS__)
-#define LPM_WLAN_LOGD(fmt, ...) TLOGD_FN(TAG_POWER, "get_lpm_wcnss_stats", fmt, ##__VA_ARGS__)
+#define LPM_HNDL_LOGD(fmt, ...) TLOGD_FN("collect_lpm_stats_hndl", fmt, ##__VA_ARGS__)
+#define LPM_CPU_LOGD(fmt, ...) TLOGD_FN("get_lpm_cpu_stats", fmt, ##__VA_ARGS__)
+#define LPM_RPM_LOGD(fmt, ...) TLOGD_FN("get_lpm_rpm_stats", fmt, ##__VA_ARGS__)
+#define LPM_WLAN_LOGD(fmt, ...) TLOGD_FN("get_lpm_wcnss_stats", fmt, ##__VA_ARGS__)
 
 static const char kSubsysLabels[LPM_SUBSYS_COUNT][LPM_FIELD_LEN] = {
     "adsp,", "adsp_island,", "aosd,",  "apss,", "cdsp,",
@@ -136,7 +138,7 @@ void lpm_parse_sleep_stats(const char* data, size_t len, int row, char (*slots)[
     memset(line, 0, sizeof(line));
     mem_stream in = mem_open(data, len);
     for (int n = 0; mem_get_line(line, sizeof(line), &in) != nullptr; n++) {
-        LPM_RPM_LOGD("%s() %d: while orginal rpm_states:%d %s ", row, line);
+        LPM_RPM_LOGD("while orginal rpm_states:%d %s ", row, line);
         if (n < LPM_RPM_SLOTS)
             copy_bounded(slots[n], split_stats_string(line, "="), LPM_RPM_SLOT_LEN);
     }
@@ -148,7 +150,7 @@ void lpm_parse_wlan(const char* data, size_t len, char (*slots)[LPM_WLAN_SLOT_LE
     mem_stream in = mem_open(data, len);
     for (int k = 0; k < LPM_WLAN_SLOTS && mem_get_line(line, sizeof(line), &in) != nullptr; k++) {
         copy_bounded(slots[k], split_stats_string(line, ":"), LPM_WLAN_SLOT_LEN);
-        LPM_WLAN_LOGD("%s() %d:  wcnss_states:%s %s ", line, slots[k]);
+        LPM_WLAN_LOGD(" wcnss_states:%s %s ", line, slots[k]);
     }
 }
 
@@ -166,23 +168,22 @@ static int32_t read_idle_states(int i, idle_reading* r) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(FNODE_LPM_BASE + i, node, sizeof(node));
     if (len < 0) {
-        LPM_CPU_LOGD("%s() %d: get_lpm_cpu_stats if !fp ");
+        LPM_CPU_LOGD("get_lpm_cpu_stats if !fp ");
         return -EINVAL;
     }
     lpm_parse_last_line(node, (size_t)len, r->line);
     squeeze_blanks(r->line);
-    LPM_CPU_LOGD("%s() %d: get_lpm_cpu_stats idle_states:%d %s ", i, r->line);
+    LPM_CPU_LOGD("get_lpm_cpu_stats idle_states:%d %s ", i, r->line);
 
     blank_split sp;
     split_blank4(r->line, &sp);
     if (sp.split) {
-        TLOGD_FN(TAG_POWER, "extract_cpu_lpm_info",
-                 "%s() %d: extract_cpu_lpm_info split 1:%s, 2:%s, 3:%s, 4:%s", sp.tok[0], sp.tok[1],
-                 sp.tok[2], sp.tok[3]);
+        TLOGD_FN("extract_cpu_lpm_info", "extract_cpu_lpm_info split 1:%s, 2:%s, 3:%s, 4:%s",
+                 sp.tok[0], sp.tok[1], sp.tok[2], sp.tok[3]);
         copy_bounded(r->state, sp.tok[0], sizeof(r->state));
         copy_bounded(r->count, sp.tok[2], sizeof(r->count));
     }
-    LPM_CPU_LOGD("%s() %d: get_lpm_cpu_stats cpustate:%s %s ", r->state, r->count);
+    LPM_CPU_LOGD("get_lpm_cpu_stats cpustate:%s %s ", r->state, r->count);
     return 0;
 }
 
@@ -197,13 +198,13 @@ static void update_idle_delta(int i, const idle_reading* r) {
 static int32_t append_idle_part(record* rec, int i, idle_reading* r) {
     char num[LPM_NUM_LEN];
     for (int k = 0; k < LPM_IDLE_STATES; k++) {
-        snprintf(num, sizeof(num), "%lld", (long long)g_lpm.idle_delta[i][k]);
+        (void)snprintf(num, sizeof(num), "%lld", (long long)g_lpm.idle_delta[i][k]);
         cat_bounded(r->line, " ", sizeof(r->line));
         cat_bounded(r->line, num, sizeof(r->line));
-        LPM_CPU_LOGD("%s() %d: get_lpm_cpu_stats combine idle_states:%d %d %s ", i, k, r->line);
+        LPM_CPU_LOGD("get_lpm_cpu_stats combine idle_states:%d %d %s ", i, k, r->line);
     }
     int ret = rec->append("%s,", r->line);
-    LPM_CPU_LOGD("%s() %d: get_lpm_cpu_stats ret:%d %d ", i, ret);
+    LPM_CPU_LOGD("get_lpm_cpu_stats ret:%d %d ", i, ret);
     return ret;
 }
 
@@ -211,7 +212,7 @@ static int32_t get_lpm_cpu_stats(record* rec) {
     for (int i = 0; i < LPM_CPU_DOMAINS; i++) {
         int32_t ret = rec->append("CPU%d, ", i);
         if (ret < 0) return ret;
-        LPM_HNDL_LOGD("%s() %d:  lpm use:%d buflen:%d", rec->use, RECORD_BUFLEN);
+        LPM_HNDL_LOGD(" lpm use:%d buflen:%d", rec->use, RECORD_BUFLEN);
 
         idle_reading r = {};
         ret = read_idle_states(i, &r);
@@ -238,20 +239,19 @@ static int32_t read_sleep_stats(int r, sleep_reading* s) {
     char node[NODE_BUF_LEN];
     ssize_t len = fnode_read(FNODE_LPM_BASE + r, node, sizeof(node));
     if (len < 0) {
-        LPM_RPM_LOGD("%s() %d: if !fp ");
+        LPM_RPM_LOGD("if !fp ");
         return -EINVAL;
     }
     char slots[LPM_RPM_SLOTS][LPM_RPM_SLOT_LEN] = {};
     lpm_parse_sleep_stats(node, (size_t)len, r, slots);
     for (int k = 0; k < LPM_RPM_JOINED; k++) cat_bounded(s->text, slots[k], sizeof(s->text));
-    LPM_RPM_LOGD("%s() %d:  rpm_states:%d %s ", r, s->text);
+    LPM_RPM_LOGD(" rpm_states:%d %s ", r, s->text);
 
     blank_split sp;
     split_blank4(s->text, &sp);
     if (sp.split) {
-        TLOGD_FN(TAG_POWER, "extract_rpm_info",
-                 "%s() %d: extract_rpm_info split 1:%s, 2:%s, 3:%s, 4:%s", sp.tok[0], sp.tok[1],
-                 sp.tok[2], sp.tok[3]);
+        TLOGD_FN("extract_rpm_info", "extract_rpm_info split 1:%s, 2:%s, 3:%s, 4:%s", sp.tok[0],
+                 sp.tok[1], sp.tok[2], sp.tok[3]);
         copy_bounded(s->count, sp.tok[0], sizeof(s->count));
         copy_bounded(s->duration, sp.tok[3], sizeof(s->duration));
     }
@@ -265,19 +265,19 @@ static void update_sleep_delta(int r, subsys_kept* kept, const sleep_reading* s)
     // A subsystem that slept a whole second or more without a new entry counts as one entry: it
     // never woke up during the period.
     if (dd >= LPM_TICKS_PER_SEC && kept->count_delta == 0) kept->count_delta = 1;
-    LPM_RPM_LOGD("%s() %d:  sucess count:%d %lld", r, (long long)kept->count_delta);
-    LPM_RPM_LOGD("%s() %d:  duration:%d %lld", r, (long long)kept->duration_delta);
+    LPM_RPM_LOGD(" sucess count:%d %lld", r, (long long)kept->count_delta);
+    LPM_RPM_LOGD(" duration:%d %lld", r, (long long)kept->duration_delta);
 }
 
 static int32_t append_sleep_part(record* rec, int r, const subsys_kept* kept, sleep_reading* s) {
     char num[LPM_NUM_LEN];
-    snprintf(num, sizeof(num), "%lld %lld", (long long)kept->count_delta,
-             (long long)kept->duration_delta);
+    (void)snprintf(num, sizeof(num), "%lld %lld", (long long)kept->count_delta,
+                   (long long)kept->duration_delta);
     cat_bounded(s->text, " ", sizeof(s->text));
     cat_bounded(s->text, num, sizeof(s->text));
-    LPM_RPM_LOGD("%s() %d:  combine rpm_report:%d %s ", r, s->text);
+    LPM_RPM_LOGD(" combine rpm_report:%d %s ", r, s->text);
     int ret = rec->append("%s,", s->text);
-    LPM_RPM_LOGD("%s() %d:  ret:%d %d ", r, ret);
+    LPM_RPM_LOGD(" ret:%d %d ", r, ret);
     return ret;
 }
 
@@ -290,7 +290,7 @@ static int32_t get_lpm_rpm_stats(record* rec) {
 
         int32_t ret = rec->append("%s", kSubsysLabels[n]);
         if (ret < 0) return ret;
-        LPM_HNDL_LOGD("%s() %d:  rpm use:%d buflen:%d", rec->use, RECORD_BUFLEN);
+        LPM_HNDL_LOGD(" rpm use:%d buflen:%d", rec->use, RECORD_BUFLEN);
 
         sleep_reading s = {};
         ret = read_sleep_stats(r, &s);
@@ -311,7 +311,7 @@ static const char* find_wlan_file(fnode* row) {
     for (const char* path : kWlanPaths) {
         if (access(path, R_OK) == 0) return row->path = path;
     }
-    LPM_WLAN_LOGD("%s() %d:  fnode->path==NULL ");
+    LPM_WLAN_LOGD(" fnode->path==NULL ");
     return nullptr;
 }
 
@@ -321,15 +321,15 @@ static bool read_wlan_stats(const char* path, char* text, size_t size) {
     char node[NODE_BUF_LEN];
     ssize_t got = node_read_path(path, node, sizeof(node));
     if (got < 0) {
-        LPM_WLAN_LOGD("%s() %d:  fp==NULL ");
+        LPM_WLAN_LOGD(" fp==NULL ");
         return false;
     }
-    LPM_WLAN_LOGD("%s() %d:  fp!=NULL ");
+    LPM_WLAN_LOGD(" fp!=NULL ");
     char slots[LPM_WLAN_SLOTS][LPM_WLAN_SLOT_LEN] = {};
     lpm_parse_wlan(node, (size_t)got, slots);
     for (int k = LPM_WLAN_FIRST; k < LPM_WLAN_FIRST + LPM_WLAN_FIELDS; k++)
         cat_bounded(text, slots[k], size);
-    LPM_WLAN_LOGD("%s() %d:  wcnss_report.size:%d ", (int)strlen(text));
+    LPM_WLAN_LOGD(" wcnss_report.size:%d ", (int)strlen(text));
     return true;
 }
 
@@ -338,48 +338,46 @@ static void split_wlan_fields(const char* text, char (*fields)[LPM_FIELD_LEN]) {
     blank_split sp;
     split_blank4(text, &sp);
     if (sp.split) {
-        TLOGD_FN(TAG_POWER, "extract_wcnss_info",
-                 "%s() %d: extract_wcnss_info split 1:%s, 2:%s, 3:%s, 4:%s", sp.tok[0], sp.tok[1],
-                 sp.tok[2], sp.tok[3]);
+        TLOGD_FN("extract_wcnss_info", "extract_wcnss_info split 1:%s, 2:%s, 3:%s, 4:%s", sp.tok[0],
+                 sp.tok[1], sp.tok[2], sp.tok[3]);
         for (int f = 0; f < LPM_WLAN_FIELDS; f++) copy_bounded(fields[f], sp.tok[f], LPM_FIELD_LEN);
     }
 }
 
 static void update_wlan_deltas(const char (*fields)[LPM_FIELD_LEN]) {
-    LPM_WLAN_LOGD("%s() %d:  pre_wcnss_sleep_time:%lld ",
-                  (long long)g_lpm.wcnss_prev[WCNSS_SLEEP_TIME]);
-    LPM_WLAN_LOGD("%s() %d:  sleep_time:%s ", fields[WCNSS_SLEEP_TIME]);
-    LPM_WLAN_LOGD("%s() %d:  (unsigned long long)(atoll(sleep_time)):%lld ",
+    LPM_WLAN_LOGD(" pre_wcnss_sleep_time:%lld ", (long long)g_lpm.wcnss_prev[WCNSS_SLEEP_TIME]);
+    LPM_WLAN_LOGD(" sleep_time:%s ", fields[WCNSS_SLEEP_TIME]);
+    LPM_WLAN_LOGD(" (unsigned long long)(atoll(sleep_time)):%lld ",
                   (long long)to_u64(fields[WCNSS_SLEEP_TIME]));
 
     uint64_t* delta = g_lpm.wcnss_delta;
     for (int f = 0; f < LPM_WLAN_FIELDS; f++)
         delta[f] = counter_delta(to_u64(fields[f]), &g_lpm.wcnss_prev[f]);
-    LPM_WLAN_LOGD("%s() %d:  wcnss_sleep_time:%lld ", (long long)delta[0]);
-    LPM_WLAN_LOGD("%s() %d:  wcnss_total_on_time:%lld ", (long long)delta[1]);
-    LPM_WLAN_LOGD("%s() %d:  wcnss_sleep_enter_counter:%lld ", (long long)delta[2]);
-    LPM_WLAN_LOGD("%s() %d:  wcnss_sleep_enter_tstamp:%lld ", (long long)delta[3]);
+    LPM_WLAN_LOGD(" wcnss_sleep_time:%lld ", (long long)delta[0]);
+    LPM_WLAN_LOGD(" wcnss_total_on_time:%lld ", (long long)delta[1]);
+    LPM_WLAN_LOGD(" wcnss_sleep_enter_counter:%lld ", (long long)delta[2]);
+    LPM_WLAN_LOGD(" wcnss_sleep_enter_tstamp:%lld ", (long long)delta[3]);
 }
 
 // The WLAN part after its label: the joined text and the four deltas.
 static int32_t append_wlan_part(record* rec, char* text, size_t size) {
     const uint64_t* delta = g_lpm.wcnss_delta;
     char num[LPM_WLAN_NUM_LEN];
-    snprintf(num, sizeof(num), "%lld %lld %lld %lld", (long long)delta[0], (long long)delta[1],
-             (long long)delta[2], (long long)delta[3]);
+    (void)snprintf(num, sizeof(num), "%lld %lld %lld %lld", (long long)delta[0],
+                   (long long)delta[1], (long long)delta[2], (long long)delta[3]);
     cat_bounded(text, " ", size);
     cat_bounded(text, num, size);
-    LPM_WLAN_LOGD("%s() %d:  combine wcnss_report:%s ", text);
+    LPM_WLAN_LOGD(" combine wcnss_report:%s ", text);
     return rec->append("%s,", text);
 }
 
 // Appends the WLAN part. Returns its length: 0 when there is no WLAN file or text.
 static int32_t get_lpm_wcnss_stats(record* rec) {
     fnode* row = &g_fnode_table[FNODE_LPM_BASE + FNODE_LPM_WLAN];
-    LPM_HNDL_LOGD("%s() %d:  wcnss use:%d buflen:%d", rec->use, RECORD_BUFLEN);
-    LPM_WLAN_LOGD("%s() %d:  fnode->path:%s ", row->path != nullptr ? row->path : "(null)");
+    LPM_HNDL_LOGD(" wcnss use:%d buflen:%d", rec->use, RECORD_BUFLEN);
+    LPM_WLAN_LOGD(" fnode->path:%s ", row->path != nullptr ? row->path : "(null)");
     // The row holds no stream between calls; drop one that something else left open.
-    if (row->fp != nullptr) fclose(row->fp);
+    if (row->fp != nullptr) (void)fclose(row->fp);
     row->fp = nullptr;
 
     const char* path = find_wlan_file(row);
@@ -388,20 +386,20 @@ static int32_t get_lpm_wcnss_stats(record* rec) {
 
     int32_t label = rec->append("%s", "WCNSS,");
     if (label < 0) return label;
-    LPM_WLAN_LOGD("%s() %d:  wcnss_report:%s ", text);
+    LPM_WLAN_LOGD(" wcnss_report:%s ", text);
     char fields[LPM_WLAN_FIELDS][LPM_FIELD_LEN] = {};
     split_wlan_fields(text, fields);
     update_wlan_deltas(fields);
     int ret = append_wlan_part(rec, text, sizeof(text));
     int32_t len = ret < 0 ? ret : label + ret;
-    LPM_WLAN_LOGD("%s() %d:  ret:%d ", len);
+    LPM_WLAN_LOGD(" ret:%d ", len);
     return len;
 }
 
 int32_t collect_lpm_stats_hndl(uint64_t) {
     char buf[RECORD_BUFLEN];
     record rec(buf, sizeof(buf));
-    LPM_HNDL_LOGD("%s() %d:  ret:%d use:%d", 0, 0);
+    LPM_HNDL_LOGD(" ret:%d use:%d", 0, 0);
     int32_t ret = rec.append("%s", "LPM,");
     if (ret < 0) return ret;
 
@@ -412,7 +410,7 @@ int32_t collect_lpm_stats_hndl(uint64_t) {
     ret = get_lpm_wcnss_stats(&rec);
     if (ret < 0) return ret;
 
-    LPM_HNDL_LOGD("%s() %d:  ret:%d use:%d buflen:%d", ret, rec.use, RECORD_BUFLEN);
+    LPM_HNDL_LOGD(" ret:%d use:%d buflen:%d", ret, rec.use, RECORD_BUFLEN);
     rec.report(kpi::LPM);
     return rec.use;
 }

@@ -5,6 +5,8 @@
 // a flag and the scheduler never calls this handler. The handler is kept complete and produces its
 // record when called directly with bit 3 or bit 63 of the flag, after the init; nothing in the
 // daemon calls it that way today.
+#define TARN_LOG_TAG TAG_MTBF
+
 #include <cutils/properties.h>
 
 #include <atomic>
@@ -45,7 +47,7 @@ int32_t collect_mtbf_stats_hndl(uint64_t flag) {
 
     int ret = rec.append("%s", value);
     if (ret < 0) return ret;
-    TLOGW(TAG_MTBF, "%s() %d: sys crash times: %s\n", rec.buf);
+    TLOGW("sys crash times: %s\n", rec.buf);
 
     rec.report(kpi::MTBF);
     return 0;

@@ -1,6 +1,8 @@
 // Process-statistics collector: runs the device's own statistics script once per period and
 // reports what it prints, unchanged and without a tag, as one record under the process-statistics
 // id. Output that does not fit into the record buffer is not reported at all.
+#define TARN_LOG_TAG TAG_POWER
+
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
@@ -23,12 +25,12 @@ int32_t collect_ps_stats_hndl(uint64_t) {
     FILE* out = popen(PS_SCRIPT, "re");
     if (out == nullptr) {
         int err = errno;
-        TLOGW(TAG_POWER, "%s() %d: open failed error:%s", strerror(err));
+        TLOGW("open failed error:%s", strerror(err));
         return -err;
     }
 
     while (fgets(line, sizeof(line), out) != nullptr) {
-        TLOGD(TAG_POWER, "%s() %d: buffer per line:%s", line);
+        TLOGD("buffer per line:%s", line);
         // Leave room for a whole piece before appending, so an append never runs out of room.
         if (rec.use + PS_LINE_LEN > RECORD_BUFLEN - 1) {
             pclose(out);
@@ -36,16 +38,16 @@ int32_t collect_ps_stats_hndl(uint64_t) {
         }
         int ret = rec.append("%s", line);
         if (ret < 0) {
-            TLOGD(TAG_POWER, "%s() %d: snprintf failed use:%d", ret);
+            TLOGD("snprintf failed use:%d", ret);
             pclose(out);
             return -1;
         }
-        TLOGD(TAG_POWER, "%s() %d: ret:%d buflen:%d use:%d", ret, RECORD_BUFLEN, rec.use);
+        TLOGD("ret:%d buflen:%d use:%d", ret, RECORD_BUFLEN, rec.use);
     }
 
     // The script's exit status says nothing about its output; it is not looked at.
     pclose(out);
-    TLOGD(TAG_POWER, "%s() %d: out_buff: %d %s", rec.use, rec.buf);
+    TLOGD("out_buff: %d %s", rec.use, rec.buf);
     rec.report(kpi::PS);
     return 0;
 }

@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG tag
+
 #include "collectors/record.h"
 
 #include <stdarg.h>
@@ -30,7 +32,7 @@ int record::append(const char* fmt, ...) {
     // Take back what a cut or failed format may have left behind.
     memset(buf + use, 0, room);
     if (ret < 0) return ret;
-    TLOGD_FN(tag, "record_append", "%s() %d: record full use:%d need:%d buflen:%d", use, ret, len);
+    TLOGD_FN("record_append", "record full use:%d need:%d buflen:%d", use, ret, len);
     return RECORD_NO_ROOM;
 }
 

@@ -6,10 +6,6 @@
 #include "core/kpi_ids.h"
 #include "report/file_upload.h"
 
-// Set by the init, cleared by the exit; file uploads do nothing while it is false. Written by the
-// thread that starts the core, read on the sampling thread.
-static std::atomic<bool> g_stability_ready{false};
-
 struct stability_kind {
     uint64_t bit;
     const char* dir;

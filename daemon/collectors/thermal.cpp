@@ -5,6 +5,8 @@
 // Init matches every zone and cooling-device type once against the group tables and marks the
 // indices of interest; the handler reads only marked nodes. Every node is opened and closed at
 // each reading.
+#define TARN_LOG_TAG TAG_THERMAL
+
 #include <ctype.h>
 #include <dirent.h>
 #include <errno.h>
@@ -78,8 +80,7 @@ static int32_t thermal_scan_node(const char* path, Scan scan) {
     mem_stream in = mem_open(buf, (size_t)len);
     int ret = scan(&in);
     if (ret < 0) {
-        TLOGE_FN(TAG_THERMAL, "thermal_scan_node", "%s() %d: scan node error %s: %s\n", path,
-                 strerror(err));
+        TLOGE_FN("thermal_scan_node", "scan node error %s: %s\n", path, strerror(err));
         return ret;
     }
     return 0;
@@ -147,7 +148,7 @@ static int32_t thermal_read_type(const char* path, char (&name)[THERMAL_NAME_LEN
     if (ret < 0) return ret;
     if (name[0] == '\0') return -1;
     if (!type_fits(next)) {
-        TLOGE(TAG_THERMAL, "%s() %d: type name too long in %s\n", path);
+        TLOGE("type name too long in %s\n", path);
         return -1;
     }
     return 0;
@@ -199,8 +200,9 @@ static thermal_node* thermal_mark_paths(const int32_t* marks, int32_t count, con
     for (int32_t i = 0; i < count; i++) {
         if (marks[i] != 1) continue;
         thermal_node* node = &nodes[(*num)++];
-        snprintf(node->value_path, sizeof(node->value_path), "%s%d/%s", prefix, i, value);
-        snprintf(node->type_path, sizeof(node->type_path), "%s%d/type", prefix, i);
+        // A cut path names no node; reading it fails as a missing node's would.
+        (void)snprintf(node->value_path, sizeof(node->value_path), "%s%d/%s", prefix, i, value);
+        (void)snprintf(node->type_path, sizeof(node->type_path), "%s%d/type", prefix, i);
     }
     return nodes;
 }
@@ -221,21 +223,21 @@ static void thermal_zone_device_init() {
     char name[THERMAL_NAME_LEN];
 
     for (int32_t i = 0; i < g_thermal.num_tz; i++) {
-        snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
+        (void)snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
         if (thermal_read_type(path, name) != 0) continue;
-        TLOGD(TAG_THERMAL, "%s() %d: thermal zone name %s\n", name);
+        TLOGD("thermal zone name %s\n", name);
         if (thermal_match_zone(g_thermal.zone_groups, g_thermal.num_zone_groups, name) >= 0)
             g_thermal.zone_marks[i] = 1;
         g_thermal.num_sensor = i + 1;
     }
 
     for (int32_t i = 0; i < g_thermal.num_tz; i++) {
-        snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
+        (void)snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
         if (thermal_read_type(path, name) == 0) {
             // A type such as "limits,cpu5" is known by the word after its first comma.
             char word[THERMAL_NAME_LEN];
             if (sscanf(name, "%*[^','],%1023s", word) == 1) memcpy(name, word, sizeof(word));
-            TLOGD(TAG_THERMAL, "%s() %d: cooling name %s\n", name);
+            TLOGD("cooling name %s\n", name);
             if (thermal_match_cooling(g_thermal.cooling_groups, g_thermal.num_cooling_groups,
                                       name) >= 0)
                 g_thermal.cooling_marks[i] = 1;
@@ -243,8 +245,7 @@ static void thermal_zone_device_init() {
         g_thermal.num_cooling = i + 1;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: num sensor %d, num cooling %d\n", g_thermal.num_sensor,
-          g_thermal.num_cooling);
+    TLOGD("num sensor %d, num cooling %d\n", g_thermal.num_sensor, g_thermal.num_cooling);
 }
 
 void thermal_reset_kept() {
@@ -275,8 +276,8 @@ int32_t collect_thermal_stats_init() {
                            "cur_state", &g_thermal.num_coolings);
     if (g_thermal.zones == nullptr || g_thermal.coolings == nullptr) return -1;
 
-    TLOGD(TAG_THERMAL, "%s() %d: num_tz %d, num_cpu %d, num_cfg_node = %d\n", g_thermal.num_tz,
-          g_thermal.num_cpu, g_thermal.num_cfg_node);
+    TLOGD("num_tz %d, num_cpu %d, num_cfg_node = %d\n", g_thermal.num_tz, g_thermal.num_cpu,
+          g_thermal.num_cfg_node);
     return 0;
 }
 
@@ -301,7 +302,7 @@ static void thermal_collect_cooling_device_hndl() {
         const thermal_node* node = &g_thermal.coolings[n];
         if (thermal_scan_node(node->value_path,
                               [&](mem_stream* in) { return scan_ulong(in, &state); }) != 0) {
-            TLOGE(TAG_THERMAL, "%s() %d: read cooling state error\n");
+            TLOGE("read cooling state error\n");
             state = 0;
         }
         if (thermal_read_type(node->type_path, type) != 0) continue;
@@ -317,7 +318,7 @@ static void thermal_collect_cooling_device_hndl() {
         if (rec.append("%s: %d,", groups[g].name, groups[g].value) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: cooling type is %s\n", rec.buf);
+    TLOGD("cooling type is %s\n", rec.buf);
     rec.report(kpi::THERMAL_COOLING);
 }
 
@@ -339,7 +340,7 @@ static void thermal_collect_thermalzone_hndl() {
         const thermal_node* node = &g_thermal.zones[n];
         if (thermal_scan_node(node->value_path,
                               [&](mem_stream* in) { return scan_i32(in, &temp); }) != 0) {
-            TLOGE(TAG_THERMAL, "%s() %d: read temp error\n");
+            TLOGE("read temp error\n");
             temp = 0;
         }
         if (thermal_read_type(node->type_path, type) != 0) continue;
@@ -361,7 +362,7 @@ static void thermal_collect_thermalzone_hndl() {
 
     for (int32_t g = 0; g < ngroups; g++) {
         if (strcmp(groups[g].name, THERMAL_MISC_SKIN) == 0) {
-            TLOGD(TAG_THERMAL, "%s() %d: thmzone type %s no need update\n", groups[g].name);
+            TLOGD("thmzone type %s no need update\n", groups[g].name);
             continue;
         }
         if (rec.append("%s: %d,", groups[g].name, groups[g].value) < 0) return;
@@ -375,7 +376,7 @@ static void thermal_collect_thermalzone_hndl() {
         if (rec.append("current:%lld,", current / 1000) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: thermal zone therm_buf is %s\n", rec.buf);
+    TLOGD("thermal zone therm_buf is %s\n", rec.buf);
     rec.report(kpi::THERMAL_ZONE);
 }
 
@@ -411,7 +412,7 @@ static void thermal_collect_cpu_info_hndl() {
         if (rec.append("DDR(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
 
-    TLOGD(TAG_THERMAL, "%s() %d: cpu gpu ddr freq is %s\n", rec.buf);
+    TLOGD("cpu gpu ddr freq is %s\n", rec.buf);
     rec.report(kpi::THERMAL_CPUINFO);
 }
 

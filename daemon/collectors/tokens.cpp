@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_POWER
+
 #include "collectors/tokens.h"
 
 #include <string.h>
@@ -27,7 +29,7 @@ char* extract_fps_info(char* text, const char* sep, int32_t index) {
     if (strstr(text, sep) == nullptr) return text;
     char* tokens[TOKEN_MAX];
     int n = split_tokens(text, sep, tokens, TOKEN_MAX);
-    TLOGD(TAG_POWER, "%s() %d: extract_fps_info split 1:%s, 2:%s, 3:%s", n > 0 ? tokens[0] : "",
-          n > 1 ? tokens[1] : "", n > 2 ? tokens[2] : "");
+    TLOGD("extract_fps_info split 1:%s, 2:%s, 3:%s", n > 0 ? tokens[0] : "", n > 1 ? tokens[1] : "",
+          n > 2 ? tokens[2] : "");
     return (index >= 0 && index < n) ? tokens[index] : g_empty_token;
 }

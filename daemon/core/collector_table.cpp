@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_TARN_STATS
+
 #include "core/collector_table.h"
 
 #include "collectors/collectors.h"
@@ -37,9 +39,8 @@ void run_collector_tick(CollectorEntry* table, std::mutex& table_mutex) {
         if (++row.count < expire) continue;
         row.count = 0;
         int32_t ret = row.hndl != nullptr ? row.hndl(flag) : -1;
-        TLOGD_FN(TAG_TARN_STATS, "MainThread",
-                 "%s() %d: data handler:i:%d id:%d count:%d expire:%d flag:0x%lX ret:%d", i, row.id,
-                 row.count, expire, static_cast<unsigned long>(flag), ret);
+        TLOGD_FN("MainThread", "data handler:i:%d id:%d count:%d expire:%d flag:0x%lX ret:%d", i,
+                 row.id, row.count, expire, static_cast<unsigned long>(flag), ret);
     }
 }
 
@@ -84,8 +85,7 @@ void configure_collector_table(CollectorEntry* table, const PowerIntervalCfg& po
                 row.flag = stability.enable_flag;
                 break;
             default:
-                TLOGE_FN(TAG_TARN_STATS, "ConfigurePowerCoreParam",
-                         "%s() %d: Data Error: i:%d  id:%d", i, row.id);
+                TLOGE_FN("ConfigurePowerCoreParam", "Data Error: i:%d  id:%d", i, row.id);
                 break;
         }
     }

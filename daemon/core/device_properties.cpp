@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_TARN_STATS
+
 #include "core/device_properties.h"
 
 #include <cutils/properties.h>
@@ -96,13 +98,12 @@ DeviceProperties::~DeviceProperties() = default;
 void DeviceProperties::VersionInfoInit() {
     FILE* fp = fopen(TARN_VERSION_INFO_FILE, "re");
     int err = errno;
-    TLOGW(TAG_TARN_STATS, "%s() %d: Open file [%s]", TARN_VERSION_INFO_FILE);
+    TLOGW("Open file [%s]", TARN_VERSION_INFO_FILE);
     if (fp == nullptr) {
-        TLOGE(TAG_TARN_STATS, "%s() %d: Open file failed [%s] errno:%s", TARN_VERSION_INFO_FILE,
-              strerror(err));
+        TLOGE("Open file failed [%s] errno:%s", TARN_VERSION_INFO_FILE, strerror(err));
         mVersionInfo["Meta_Build_ID"] = "dummyVersion";
         return;
     }
     parse_version_info(fp, &mVersionInfo);
-    fclose(fp);
+    (void)fclose(fp);
 }

@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_TARN_STATS
+
 #include "core/power_bigdata_core.h"
 
 #include <sys/prctl.h>
@@ -141,7 +143,7 @@ int32_t PowerBigDataCore::Start() {
         return -1;
     }
     collect_mtbf_info_init();
-    TLOGW(TAG_TARN_STATS, "%s() %d: service init finished");
+    TLOGW("service init finished");
     return 0;
 }
 
@@ -151,7 +153,7 @@ int32_t PowerBigDataCore::Stop() {
     collect_battery_stats_exit();
     collect_stability_info_exit();
     collect_mtbf_info_exit();
-    TLOGW(TAG_TARN_STATS, "%s() %d: service exit");
+    TLOGW("service exit");
     return 0;
 }
 
@@ -177,7 +179,7 @@ void PowerBigDataCore::Tick() {
     run_collector_tick(g_collector_table, mTableMutex);
     notifyListeners();
     int64_t t1 = monotonic_ns();
-    TLOGD_FN(TAG_TARN_STATS, "MainThread", "%s() %d: delay time(ms):%ld runtime(us):%ld", 1000L,
+    TLOGD_FN("MainThread", "delay time(ms):%ld runtime(us):%ld", 1000L,
              static_cast<long>((t1 - t0) / 1000));
 }
 
@@ -210,8 +212,7 @@ void PowerBigDataCore::sendEvent(int32_t hint, const std::string& userDataStr, i
                                  int32_t userData2, const std::vector<int32_t>& /*reserved*/) {
     if (userDataStr.empty()) return;
     std::string appName = userDataStr.substr(0, userDataStr.find('/'));
-    TLOGD(TAG_TARN_STATS,
-          "%s() %d: hint:0x%X [%s] userDataStr:%s appName:%s userData1:%d userData2:%d",
+    TLOGD("hint:0x%X [%s] userDataStr:%s appName:%s userData1:%d userData2:%d",
           static_cast<unsigned>(hint), hint_name(hint), userDataStr.c_str(), appName.c_str(),
           userData1, userData2);
 

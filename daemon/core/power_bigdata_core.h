@@ -13,29 +13,9 @@
 #include <thread>
 #include <vector>
 
+#include "core/interval_cfg.h"
+
 class BigDataCampaignConfig;
-
-struct PowerIntervalCfg {
-    uint64_t enable_flag;
-    int32_t tcpu;
-    int32_t tgpu;
-    int32_t tbat;
-    int32_t tddr;
-    int32_t tlpm;
-    int32_t tps;
-    int32_t tbri;
-    int32_t tfps;
-};
-
-struct ThermalIntervalCfg {
-    uint64_t enable_flag;
-    int32_t ttherm;
-};
-
-struct StabilityIntervalCfg {
-    uint64_t enable_flag;
-    int32_t tstab;
-};
 
 class BigDataListener {
   public:
@@ -81,6 +61,8 @@ class PowerBigDataCore : public BigDataCore {
 
     void ConfigurePowerCoreParam(PowerIntervalCfg power, ThermalIntervalCfg thermal,
                                  StabilityIntervalCfg stability);
+    // Applies a decoded campaign's periods and flags through ConfigurePowerCoreParam. Defined
+    // with the campaign handlers in report/campaign.cpp, so that the core needs no protobuf.
     void setBigDataCfg(const BigDataCampaignConfig& cfg);
     void sendEvent(int32_t hint, const std::string& userDataStr, int32_t userData1,
                    int32_t userData2, const std::vector<int32_t>& reserved);

@@ -1,4 +1,3 @@
 #include "core/tarn_log.h"
 
 int32_t g_debug_level = 4;
-FILE* g_local_file = nullptr;

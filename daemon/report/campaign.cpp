@@ -1,7 +1,10 @@
+#define TARN_LOG_TAG TAG_HELP
+
 #include "report/campaign.h"
 
 #include <climits>
 
+#include "core/power_bigdata_core.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
 #include "tarn_stats.pb.h"
@@ -57,14 +60,14 @@ void PowerBigDataCore::setBigDataCfg(const BigDataCampaignConfig& cfg) {
     StabilityIntervalCfg stability;
     campaign_to_intervals(cfg, &power, &thermal, &stability);
 
-    TLOGW(TAG_TARN_STATS,
-          "%s() %d: power: enable_flag:0x%lX tcpu:%d tgpu:%d tbat:%d tddr:%d tlpm:%d",
-          static_cast<unsigned long>(power.enable_flag), power.tcpu, power.tgpu, power.tbat,
-          power.tddr, power.tlpm);
-    TLOGW(TAG_TARN_STATS, "%s() %d: therm: enable_flag:0x%lX ttherm:%d",
-          static_cast<unsigned long>(thermal.enable_flag), thermal.ttherm);
-    TLOGW(TAG_TARN_STATS, "%s() %d: stab: enable_flag:0x%lX tstab:%d",
-          static_cast<unsigned long>(stability.enable_flag), stability.tstab);
+    TLOGW_AT(TAG_TARN_STATS, __func__,
+             "power: enable_flag:0x%lX tcpu:%d tgpu:%d tbat:%d tddr:%d tlpm:%d",
+             static_cast<unsigned long>(power.enable_flag), power.tcpu, power.tgpu, power.tbat,
+             power.tddr, power.tlpm);
+    TLOGW_AT(TAG_TARN_STATS, __func__, "therm: enable_flag:0x%lX ttherm:%d",
+             static_cast<unsigned long>(thermal.enable_flag), thermal.ttherm);
+    TLOGW_AT(TAG_TARN_STATS, __func__, "stab: enable_flag:0x%lX tstab:%d",
+             static_cast<unsigned long>(stability.enable_flag), stability.tstab);
 
     ConfigurePowerCoreParam(power, thermal, stability);
 }
@@ -74,8 +77,7 @@ int32_t start_campaign_handler(zel_collector* /*collector*/, const uint8_t* data
     // The decoder takes a signed 32-bit length; a count beyond that is not a campaign.
     bool decoded =
         size <= static_cast<uint32_t>(INT_MAX) && cfg.ParseFromArray(data, static_cast<int>(size));
-    TLOGW(TAG_HELP, "%s() %d: start campaign called size:%d ret:%d", static_cast<int>(size),
-          decoded ? 1 : 0);
+    TLOGW("start campaign called size:%d ret:%d", static_cast<int>(size), decoded ? 1 : 0);
     if (size == 0 || !decoded) return -1;
 
     // A campaign that races the process's exit finds no core and is refused.
@@ -87,7 +89,7 @@ int32_t start_campaign_handler(zel_collector* /*collector*/, const uint8_t* data
 }
 
 int32_t stop_campaign_handler(zel_collector* /*collector*/) {
-    TLOGW(TAG_HELP, "%s() %d: stop campaign called");
+    TLOGW("stop campaign called");
     PowerBigDataCore::Ref core;
     if (core.get() != nullptr) core->stopSampling();
     return 0;
@@ -98,9 +100,9 @@ int32_t registerCollector() {
     g_zel_hndl = hndl;
     if (hndl == nullptr) {
         const char* name = g_zel_collector.name;
-        TLOGE(TAG_HELP, "%s() %d: g_zel_hndl register failed name:%s", name);
+        TLOGE("g_zel_hndl register failed name:%s", name);
         return -1;
     }
-    TLOGW(TAG_HELP, "%s() %d: PowerZELHelper init done");
+    TLOGW("PowerZELHelper init done");
     return 0;
 }

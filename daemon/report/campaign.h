@@ -5,7 +5,9 @@
 #include <stdint.h>
 #include <vmk_sdk/zel.h>
 
-#include "core/power_bigdata_core.h"
+#include "core/interval_cfg.h"
+
+class BigDataCampaignConfig;
 
 #define TARN_COLLECTOR_NAME "core.pst.product_bigdata"
 

@@ -2,6 +2,8 @@
 // and prefix on each of its ticks; each call ships at most one file, which is then renamed with
 // the suffix "_readed" so that it is never sent twice. The line carries the same record header as
 // every other upload, then the application name, the file's path and its content.
+#define TARN_LOG_TAG TAG_STABILITY
+
 #include "report/file_upload.h"
 
 #include <dirent.h>
@@ -11,12 +13,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <string>
-
-#include "collectors/collectors.h"
-#include "core/power_bigdata_core.h"
 #include "core/tarn_log.h"
 #include "report/zel_helper.h"
+
+std::atomic<bool> g_stability_ready{false};
 
 namespace {
 
@@ -27,10 +27,6 @@ constexpr int kMaxSearchDepth = 2;
 // The file buffer: the path, a comma, then the file's content. Used only by set_for_blob on the
 // sampling thread; static so that a 128 KiB array does not sit on the worker's stack.
 char g_file_buf[kFileBufSize];
-
-// The line of a file upload: record header (written once), application name, file buffer.
-char g_file_record[kFileBufSize];
-uint32_t g_file_header_len = 0;
 
 // True when `name` is a file name the search hands out for `prefix`.
 bool name_qualifies(const char* name, const char* prefix, size_t prefix_len) {
@@ -61,49 +57,6 @@ bool compose_path(const char* dir, const char* name, char* path_out) {
     return true;
 }
 
-// Frames the file buffer's first `len` bytes as one line and uploads it under `kpi_id`; also
-// appends it to the local record file. Returns the SDK's status, or the line's size when there is
-// no SDK handle.
-int32_t log_file(int32_t kpi_id, const char* data, uint32_t len) {
-    if (g_file_header_len == 0) {
-        g_file_header_len = format_record_header(g_file_record, sizeof(g_file_record));
-        TLOGW(TAG_HELP, "%s() %d: First Start [%s] usesize:%d", g_file_record,
-              static_cast<int>(g_file_header_len));
-    }
-    memset(g_file_record + g_file_header_len, 0, sizeof(g_file_record) - g_file_header_len);
-
-    const std::string app = PowerBigDataCore::getInstance()->getAppName();
-    const size_t room = sizeof(g_file_record) - g_file_header_len;
-    int n = snprintf(g_file_record + g_file_header_len, room, "%s,", app.c_str());
-    size_t app_len = n < 0 ? 0 : static_cast<size_t>(n);
-    if (app_len >= room) app_len = room - 1;
-    const uint32_t head = g_file_header_len + static_cast<uint32_t>(app_len);
-
-    // Keep one byte of the record buffer for the NUL that ends the local copy.
-    uint32_t write = len;
-    if (sizeof(g_file_record) - head <= write) {
-        write = static_cast<uint32_t>(sizeof(g_file_record) - head - 1);
-    }
-    memcpy(g_file_record + head, data, write);
-    const uint32_t size = head + write;
-
-    TLOGD(TAG_HELP, "%s() %d: kpi_id:%u [%s] size:%d write size:%u\n",
-          static_cast<uint32_t>(kpi_id), g_file_record, static_cast<int>(size), write);
-
-    int32_t ret;
-    zel_hndl_t hndl = g_zel_hndl;
-    if (hndl != nullptr) {
-        ret = zel_log_blob(hndl, static_cast<uint32_t>(kpi_id),
-                           reinterpret_cast<const uint8_t*>(g_file_record), size);
-    } else {
-        ret = static_cast<int32_t>(size);
-    }
-    write_local_record(g_file_record);
-
-    TLOGD(TAG_HELP, "%s() %d: zel_log_blob() ret:%d", ret);
-    return ret;
-}
-
 }  // namespace
 
 FILE* open_regular_file(const char* path) {
@@ -125,7 +78,7 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
                     int depth) {
     DIR* dp = opendir(dir);
     if (dp == nullptr) {
-        TLOGW(TAG_STABILITY, "%s() %d: open %s failed \n", dir);
+        TLOGW("open %s failed \n", dir);
         return -EINVAL;
     }
 
@@ -149,7 +102,7 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
             // A path that does not fit is never handed out cut: the file is passed over and
             // the search goes on.
             if (!compose_path(dir, name, path_out)) {
-                TLOGW(TAG_STABILITY, "%s() %d: path of %s in %s too long, skipped\n", name, dir);
+                TLOGW("path of %s in %s too long, skipped\n", name, dir);
                 continue;
             }
             found = name;
@@ -161,14 +114,14 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
         closedir(dp);
         return ret;
     }
-    TLOGD(TAG_STABILITY, "%s() %d: found file: %s\n", path_out);
+    TLOGD("found file: %s\n", path_out);
     closedir(dp);
     return 1;
 }
 
 int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
-    if (!stability_ready()) {
-        TLOGW(TAG_STABILITY, "%s() %d: no need to collect data.\n");
+    if (!g_stability_ready.load(std::memory_order_acquire)) {
+        TLOGW("no need to collect data.\n");
         return -1;
     }
 
@@ -180,38 +133,39 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     (void)cd;
 
     int32_t status = getFileName(dir, prefix, strlen(prefix), path);
-    TLOGD(TAG_STABILITY, "%s() %d: retrieve file: %s of status: %d\n", path, status);
+    TLOGD("retrieve file: %s of status: %d\n", path, status);
     if (status != 1) {
-        TLOGW(TAG_STABILITY, "%s() %d: no qualified %s log founded, so skip.\n", prefix);
+        TLOGW("no qualified %s log founded, so skip.\n", prefix);
         return -1;
     }
 
     FILE* fp = open_regular_file(path);
     if (fp == nullptr) {
-        TLOGW(TAG_STABILITY, "%s() %d: ERROR: %s file not exist !\n", path);
+        TLOGW("ERROR: %s file not exist !\n", path);
         return -1;
     }
 
     // The search guarantees room for the comma and the NUL.
     size_t path_len = strlen(path);
     path[path_len++] = ',';
-    memcpy(g_file_buf, path, path_len);
+    // The path and its comma open the buffer; the content follows, so no NUL goes after the comma.
+    memcpy(g_file_buf, path, path_len);  // NOLINT(bugprone-not-null-terminated-result)
     size_t nread = fread(g_file_buf + path_len, 1, kFileBufSize - path_len - kFileReadReserve, fp);
-    TLOGW(TAG_STABILITY, "%s() %d: file read: %d bytes\n", static_cast<int>(nread));
-    fclose(fp);
+    TLOGW("file read: %d bytes\n", static_cast<int>(nread));
+    (void)fclose(fp);
 
-    PowerZELHelper::getInstance();
-    int32_t ret = log_file(kpi_id, g_file_buf, static_cast<uint32_t>(path_len + nread));
-    TLOGW(TAG_STABILITY, "%s() %d: upload status = %d\n", ret);
+    int32_t ret = PowerZELHelper::getInstance()->log_file(kpi_id, g_file_buf,
+                                                          static_cast<uint32_t>(path_len + nread));
+    TLOGW("upload status = %d\n", ret);
 
     // Mark the file as reported. The new name is bounded like every found path. When the suffix
     // is cut, the new name is at least kFilePathSize - 1 characters long, too long for the search
     // to hand out, so the file is still never sent again.
     path[--path_len] = '\0';
     char readed[kFilePathSize];
-    snprintf(readed, sizeof(readed), "%s" FILE_READED_SUFFIX, path);
+    (void)snprintf(readed, sizeof(readed), "%s" FILE_READED_SUFFIX, path);
     // When the rename fails the file stays unreported and is found again on the next call.
-    rename(path, readed);
-    TLOGD(TAG_STABILITY, "%s() %d: copy = %s\n", readed);
+    (void)rename(path, readed);
+    TLOGD("copy = %s\n", readed);
     return ret;
 }

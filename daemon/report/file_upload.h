@@ -5,15 +5,22 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <atomic>
+
+#include "report/zel_helper.h"
+
 // A found path, the comma that follows it in the upload and the terminating NUL fit in this many
 // bytes; a file whose path would not fit is skipped by the search.
 constexpr size_t kFilePathSize = 255;
-// Size of the buffer a file is read into (its path and comma first) and of the uploaded line.
-constexpr size_t kFileBufSize = 131072;
 // Room left free in the file buffer by the read, for the header and application name.
 constexpr size_t kFileReadReserve = 150;
 // Suffix that marks a file as reported.
 #define FILE_READED_SUFFIX "_readed"
+
+// Stability collection on or off: set by the stability collector's init, cleared by its exit;
+// set_for_blob does nothing while it is false. Written by the thread that starts the sampling
+// core, read on the sampling thread.
+extern std::atomic<bool> g_stability_ready;
 
 // Searches `dir` (and its direct subdirectories) for the first regular file whose name starts with
 // `prefix` and carries neither "_readed" nor ".pb", reads it, uploads its path and content under

@@ -1,3 +1,5 @@
+#define TARN_LOG_TAG TAG_HELP
+
 #include "report/zel_helper.h"
 
 #include <stdio.h>
@@ -15,16 +17,102 @@
 // Past this size the local record file is emptied and started again.
 #define LOCAL_FILE_LIMIT 0xFFFFFFFFUL
 
+FILE* g_local_file = nullptr;
 std::atomic<zel_hndl_t> g_zel_hndl{nullptr};
 
 namespace {
 
-// The header is formatted into the start of the buffer once; each upload rewrites what follows.
-// Only the sampling thread uploads, so the buffer needs no lock.
+// A line buffer of one kind of upload. The record header is formatted into its start on the
+// first upload and kept; each upload rewrites what follows. Only the sampling thread uploads, so
+// the buffers need no lock.
+struct UploadBuffer {
+    char* buf;
+    size_t size;
+    uint32_t header_len;
+    const char* step;  // the routine the messages of this kind of upload name
+    bool whole_file;   // a file's path and content rather than a collector's record
+};
+
 char sRecord[RECORD_BUF_SIZE];
-uint32_t sHeaderLen = 0;
+char sFileRecord[kFileBufSize];
+UploadBuffer sRecordUpload{sRecord, sizeof(sRecord), 0, "log_blob", false};
+UploadBuffer sFileUpload{sFileRecord, sizeof(sFileRecord), 0, "log_file", true};
+
+// Formats the record header (version, manufacturer, model, serial number, build id, each followed
+// by a comma) at the start of `buf`. Returns its length, at most size - 1.
+uint32_t format_record_header(char* buf, size_t size) {
+    DeviceProperties* props = DeviceProperties::getInstance();
+    const std::string& build_id = props->mVersionInfo["Meta_Build_ID"];
+    int n = snprintf(buf, size, "%s,%s,%s,%s,%s,", TARN_STATS_VERSION, props->mManufacturer.c_str(),
+                     props->mModel.c_str(), props->mSerialNo.c_str(), build_id.c_str());
+    if (n < 0) return 0;
+    return static_cast<size_t>(n) < size ? static_cast<uint32_t>(n)
+                                         : static_cast<uint32_t>(size - 1);
+}
+
+// Writes `line` and a newline to the local record file, starting the file afresh once it has
+// reached 4 GiB.
+void write_local_record(const char* line) {
+    FILE* fp = g_local_file;
+    if (fp == nullptr) return;
+    // A failed ftell reads as a huge position and also starts the file afresh. The stream appends,
+    // so a rewind alone would not shrink it: flush what is buffered, then empty the file. Write
+    // errors are not acted on: the line has gone to the SDK already and the next line tries again.
+    unsigned long pos = static_cast<unsigned long>(ftell(fp));
+    if (pos >= LOCAL_FILE_LIMIT) {
+        (void)fflush(fp);
+        if (ftruncate(fileno(fp), 0) != 0) {
+            // Not a regular file: nothing to empty; the rewind below is all that can be done.
+        }
+        (void)fseek(fp, 0, SEEK_SET);
+    }
+    (void)fprintf(fp, "%s\n", line);
+}
+
+// Frames one line in `ub` (the header, written on first use, then frame_line's part). Sends the
+// line under `kpi_id` when the SDK handle is set and appends it to the local record file. Returns
+// the SDK's status; without a handle 0 for a record, the line's size for a file.
+int32_t upload_line(UploadBuffer* ub, uint32_t kpi_id, const char* data, size_t len) {
+    const char* step = ub->step;
+    char* line = ub->buf;
+    if (ub->header_len == 0) {
+        ub->header_len = format_record_header(line, ub->size);
+        TLOGW_FN(step, "First Start [%s] usesize:%d", line, static_cast<int>(ub->header_len));
+    }
+    const std::string app = PowerBigDataCore::getInstance()->getAppName();
+    size_t write = 0;
+    const uint32_t size = frame_line(line, ub->size, ub->header_len, app.c_str(), data, len, &write);
+
+    zel_hndl_t hndl = g_zel_hndl;
+    if (ub->whole_file) {
+        TLOGD_FN(step, "kpi_id:%u [%s] size:%d write size:%u\n", kpi_id, line,
+                 static_cast<int>(size), static_cast<uint32_t>(write));
+    } else if (hndl != nullptr) {
+        TLOGD_FN(step, "kpi_id:%u sndsize:%d ret:%d [%s] ", kpi_id, static_cast<int>(size), 0, line);
+    }
+    int32_t ret = ub->whole_file ? static_cast<int32_t>(size) : 0;
+    if (hndl != nullptr)
+        ret = zel_log_blob(hndl, kpi_id, reinterpret_cast<const uint8_t*>(line), size);
+    write_local_record(line);
+    TLOGD_FN(step, "zel_log_blob() ret:%d", ret);
+    return ret;
+}
 
 }  // namespace
+
+uint32_t frame_line(char* line, size_t size, uint32_t header_len, const char* app, const char* data,
+                    size_t len, size_t* written) {
+    const size_t room = size - header_len;
+    memset(line + header_len, 0, room);
+    int n = snprintf(line + header_len, room, "%s,", app);
+    size_t head = header_len;
+    if (n > 0) head += static_cast<size_t>(n) < room ? static_cast<size_t>(n) : room - 1;
+    // One byte of the line stays free for the NUL that ends the local copy.
+    const size_t write = len < size - head - 1 ? len : size - head - 1;
+    memcpy(line + head, data, write);
+    *written = write;
+    return static_cast<uint32_t>(head + write);
+}
 
 PowerZELHelper* PowerZELHelper::getInstance() {
     static PowerZELHelper instance;
@@ -39,58 +127,16 @@ PowerZELHelper::PowerZELHelper() {
 }
 
 PowerZELHelper::~PowerZELHelper() {
-    TLOGW(TAG_HELP, "%s() %d: PowerZELHelper() do zel_deregister()");
+    TLOGW("PowerZELHelper() do zel_deregister()");
     zel_hndl_t hndl = g_zel_hndl.exchange(nullptr);
     if (hndl != nullptr) zel_deregister(hndl);
 }
 
-uint32_t format_record_header(char* buf, size_t size) {
-    DeviceProperties* props = DeviceProperties::getInstance();
-    const std::string& build_id = props->mVersionInfo["Meta_Build_ID"];
-    int n = snprintf(buf, size, "%s,%s,%s,%s,%s,", TARN_STATS_VERSION, props->mManufacturer.c_str(),
-                     props->mModel.c_str(), props->mSerialNo.c_str(), build_id.c_str());
-    if (n < 0) return 0;
-    return static_cast<size_t>(n) < size ? static_cast<uint32_t>(n)
-                                         : static_cast<uint32_t>(size - 1);
-}
-
 void PowerZELHelper::log_blob(uint32_t kpi_id, const char* data, uint32_t /*len*/) {
-    if (sHeaderLen == 0) {
-        sHeaderLen = format_record_header(sRecord, sizeof(sRecord));
-        TLOGW(TAG_HELP, "%s() %d: First Start [%s] usesize:%d", sRecord,
-              static_cast<int>(sHeaderLen));
-    }
-    size_t room = sizeof(sRecord) - sHeaderLen;
-    memset(sRecord + sHeaderLen, 0, room);
-
-    std::string app = PowerBigDataCore::getInstance()->getAppName();
-    int n = snprintf(sRecord + sHeaderLen, room, "%s,%s", app.c_str(), data != nullptr ? data : "");
-    uint32_t size = sHeaderLen;
-    if (n > 0) size += static_cast<size_t>(n) < room ? n : room - 1;
-
-    int32_t ret = 0;
-    zel_hndl_t hndl = g_zel_hndl;
-    if (hndl != nullptr) {
-        TLOGD(TAG_HELP, "%s() %d: kpi_id:%u sndsize:%d ret:%d [%s] ", kpi_id,
-              static_cast<int>(size), 0, sRecord);
-        ret = zel_log_blob(hndl, kpi_id, reinterpret_cast<const uint8_t*>(sRecord), size);
-    }
-    write_local_record(sRecord);
-    TLOGD(TAG_HELP, "%s() %d: zel_log_blob() ret:%d", ret);
+    if (data == nullptr) data = "";
+    upload_line(&sRecordUpload, kpi_id, data, strlen(data));
 }
 
-void write_local_record(const char* line) {
-    FILE* fp = g_local_file;
-    if (fp == nullptr) return;
-    // A failed ftell reads as a huge position and also starts the file afresh. The stream appends,
-    // so a rewind alone would not shrink it: flush what is buffered, then empty the file.
-    unsigned long pos = static_cast<unsigned long>(ftell(fp));
-    if (pos >= LOCAL_FILE_LIMIT) {
-        fflush(fp);
-        if (ftruncate(fileno(fp), 0) != 0) {
-            // Not a regular file: nothing to empty; the rewind below is all that can be done.
-        }
-        fseek(fp, 0, SEEK_SET);
-    }
-    fprintf(fp, "%s\n", line);
+int32_t PowerZELHelper::log_file(int32_t kpi_id, const char* data, uint32_t len) {
+    return upload_line(&sFileUpload, static_cast<uint32_t>(kpi_id), data, len);
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/tarn_log.h"
+#include "report/zel_helper.h"
 
 namespace tarn_test {
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/tarn_log.h"
+#include "report/zel_helper.h"
 
 namespace {
 

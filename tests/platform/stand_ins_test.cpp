@@ -38,7 +38,7 @@ static_assert(ANDROID_LOG_DEBUG == 3 && ANDROID_LOG_WARN == 5 && ANDROID_LOG_ERR
 
 const std::regex kLine(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +(\d+) +(\d+) ([VDIWEF?]) (\S+) *: (.*))");
 
-void vprint(int prio, const char* fmt, ...) {
+__attribute__((format(printf, 2, 3))) void vprint(int prio, const char* fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
     __android_log_vprint(prio, "V", fmt, ap);

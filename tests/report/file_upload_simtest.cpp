@@ -104,9 +104,10 @@ TEST_F(FileUploadTest, OversizedFilesAreCut) {
     std::string big(200000, '\0');
     for (size_t i = 0; i < big.size(); i++) big[i] = static_cast<char>('a' + i % 26);
     write_file(kDir + "/tombstone_big", big);
-    const std::string path = kDir + "/tombstone_big,";
+    const std::string path_comma = kDir + "/tombstone_big,";
     std::tie(ret, line) = upload();
-    EXPECT_EQ(line, g_prefix + path + big.substr(0, kFileBufSize - path.size() - kFileReadReserve));
+    EXPECT_EQ(line, g_prefix + path_comma +
+                        big.substr(0, kFileBufSize - path_comma.size() - kFileReadReserve));
     EXPECT_EQ(ret, static_cast<int32_t>(line.size()));
 
     // A long application name leaves less room than the read did: the line is cut at 131071.
@@ -117,7 +118,8 @@ TEST_F(FileUploadTest, OversizedFilesAreCut) {
     PowerBigDataCore::getInstance()->sendEvent(0x1001, "com.android.launcher3", 0, 0, {});
     EXPECT_EQ(ret, static_cast<int32_t>(kFileBufSize - 1));
     const std::string head =
-        g_prefix.substr(0, g_prefix.size() - strlen("com.android.launcher3,")) + app + "," + path;
+        g_prefix.substr(0, g_prefix.size() - strlen("com.android.launcher3,")) + app + "," +
+        path_comma;
     EXPECT_EQ(line, head + big.substr(0, kFileBufSize - 1 - head.size()));
 }
 
