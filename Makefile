@@ -1,11 +1,15 @@
 # make demo: run the daemon on the simulated phone8 device.
 # make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
 # make bench: time each collector's handler, a whole tick and the record upload on phone8.
+# make fuzz: run each libFuzzer harness of tests/fuzz for FUZZ_SECONDS seconds.
 JOBS ?= 2
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build build-asan test test-asan demo bench clean
+.PHONY: all deps build build-asan build-tsan build-fuzz test demo bench fuzz clean
 
 all: build
 
@@ -20,9 +24,27 @@ build-asan: deps
 	@CC=clang CXX=clang++ cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTARN_SANITIZE=ON >/dev/null
 	@cmake --build $(ASAN_BUILD) -j$(JOBS)
 
-test: build build-asan
+build-tsan: deps
+	@CC=clang CXX=clang++ cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTARN_TSAN=ON >/dev/null
+	@cmake --build $(TSAN_BUILD) -j$(JOBS)
+
+build-fuzz: deps
+	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARN_FUZZ=ON >/dev/null
+	@cmake --build $(FUZZ_BUILD) -j$(JOBS)
+
+# Every report of a sanitizer, in a test or in a program a test runs, ends that program with an
+# error status and fails the test.
+test: build build-asan build-tsan
+	@echo "== tests: normal =="
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+	@echo "== tests: sanitizers (ASan+UBSan) =="
 	@cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
+	@echo "== tests: ThreadSanitizer =="
+	@cd $(TSAN_BUILD) && TSAN_OPTIONS="halt_on_error=1 exitcode=66 second_deadlock_stack=1" \
+		bash ../tools/no-aslr.sh ctest --output-on-failure -j$(JOBS)
+
+fuzz: build-fuzz
+	@FUZZ_BUILD=$(FUZZ_BUILD) FUZZ_SECONDS=$(FUZZ_SECONDS) bash tools/fuzz.sh
 
 demo: build
 	@bash sim/demo.sh
@@ -37,4 +59,4 @@ bench: deps
 		|| { tail -n 5 $(BUILD)/bench/tarn_bench.log; exit 1; }
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)
