@@ -2,6 +2,7 @@
 # make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
 # make bench: time each collector's handler, a whole tick and the record upload on phone8.
 # make fuzz: run each libFuzzer harness of tests/fuzz for FUZZ_SECONDS seconds.
+# make fault: the fault tests' long form (bigger storms, longer churn) on the sanitizer build.
 JOBS ?= 2
 BUILD ?= build
 ASAN_BUILD ?= build-asan
@@ -9,7 +10,7 @@ TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build build-asan build-tsan build-fuzz test demo bench fuzz clean
+.PHONY: all deps build build-asan build-tsan build-fuzz test demo bench fuzz fault clean
 
 all: build
 
@@ -42,6 +43,9 @@ test: build build-asan build-tsan
 	@echo "== tests: ThreadSanitizer =="
 	@cd $(TSAN_BUILD) && TSAN_OPTIONS="halt_on_error=1 exitcode=66 second_deadlock_stack=1" \
 		bash ../tools/no-aslr.sh ctest --output-on-failure -j$(JOBS)
+
+fault: build-asan
+	@cd $(ASAN_BUILD) && TARN_FAULT_LONG=1 ctest --output-on-failure -j$(JOBS) -R '^e2e_fault_'
 
 fuzz: build-fuzz
 	@FUZZ_BUILD=$(FUZZ_BUILD) FUZZ_SECONDS=$(FUZZ_SECONDS) bash tools/fuzz.sh

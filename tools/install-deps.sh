@@ -2,7 +2,7 @@
 # Installs the Debian packages the build and the tests need, only those that are missing.
 set -euo pipefail
 pkgs=(cmake make g++ clang libprotobuf-dev protobuf-compiler libgtest-dev libgmock-dev
-      libbenchmark-dev)
+      libbenchmark-dev libclang-rt-14-dev)
 missing=()
 for p in "${pkgs[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
