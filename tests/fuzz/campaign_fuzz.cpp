@@ -55,46 +55,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Sampling stays off between inputs, so the worker seldom runs a tick.
     stop_campaign_handler(nullptr);
 
+    // Rows with ids 2 to 9 take the power periods in this order; thermal and stability rows
+    // also take their flags.
     const PowerCampaignCfg& p = cfg.powercfg();
+    const uint32_t power[] = {p.battery_period(), p.cpu_fre_period(), p.gpu_fre_period(),
+                              p.ddr_fre_period(), p.lpm_period(),     p.ps_period(),
+                              p.bright_period(),  p.fps_period()};
     for (int i = 0; i < COLLECTOR_TABLE_ROWS; ++i) {
-        uint32_t period = 0;
+        const int32_t id = g_collector_table[i].id;
+        // Rows past the live table are never written.
+        uint32_t period = static_cast<uint32_t>(before[i].expire);
         uint64_t flag = before[i].flag;
-        switch (g_collector_table[i].id) {
-            case 2:
-                period = p.battery_period();
-                break;
-            case 3:
-                period = p.cpu_fre_period();
-                break;
-            case 4:
-                period = p.gpu_fre_period();
-                break;
-            case 5:
-                period = p.ddr_fre_period();
-                break;
-            case 6:
-                period = p.lpm_period();
-                break;
-            case 7:
-                period = p.ps_period();
-                break;
-            case 8:
-                period = p.bright_period();
-                break;
-            case 9:
-                period = p.fps_period();
-                break;
-            case 1000:
-                period = cfg.thermalcfg().sampling_period();
-                flag = cfg.thermalcfg().sampling_flag() & 0xFFFFFFFFu;
-                break;
-            case 2000:
-                period = cfg.stabilitycfg().sampling_period();
-                flag = cfg.stabilitycfg().sampling_flag() & 0xFFFFFFFFu;
-                break;
-            default:  // rows past the live table are never written
-                period = static_cast<uint32_t>(before[i].expire);
-                break;
+        if (id >= 2 && id <= 9) {
+            period = power[id - 2];
+        } else if (id == 1000) {
+            period = cfg.thermalcfg().sampling_period();
+            flag = cfg.thermalcfg().sampling_flag() & 0xFFFFFFFFu;
+        } else if (id == 2000) {
+            period = cfg.stabilitycfg().sampling_period();
+            flag = cfg.stabilitycfg().sampling_flag() & 0xFFFFFFFFu;
         }
         int64_t expected = period > 0x7FFFFFFFu ? static_cast<int64_t>(period) - 0x100000000LL
                                                 : static_cast<int64_t>(period);
