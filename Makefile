@@ -1,5 +1,6 @@
 # make demo: run the daemon on the simulated phone8 device.
-# make test: build and run every test, then again under AddressSanitizer and UBSan (clang).
+# make test: build and run every test, again under AddressSanitizer and UBSan and again under
+# ThreadSanitizer (clang).
 # make bench: time each collector's handler, a whole tick and the record upload on phone8.
 # make fuzz: run each libFuzzer harness of tests/fuzz for FUZZ_SECONDS seconds.
 # make fault: the fault tests' long form (bigger storms, longer churn) on the sanitizer build.

@@ -145,12 +145,38 @@ TEST(FaultE2E, BadNodesLeaveTheOtherCollectorsAndRecover) {
     steps.push_back({"removed", [](Disturbance& x) { x.move_aside(false); },
                      [](Disturbance& x) { x.move_back(); }});
 
+    // Where bad input has a settled outcome, the disturbed collector's last record shows it: an
+    // empty battery file reads as zeros, a brightness that is not a number as 0, an empty frame
+    // rate node as 0.0, and a statistics script that prints nothing (or is missing) gives an
+    // empty record.
+    const std::string kEmptyRecord = ",com.android.launcher3,";
+    const std::map<std::string, std::map<int, std::string>> settled = {
+        {"empty", {{2, ",battery,0,0,0,0,"}, {8, ",BRI,0,"}, {9, ",FPS,0.0,"}, {7, kEmptyRecord}}},
+        {"garbage", {{8, ",BRI,0,"}}},
+        {"a directory in its place", {{7, kEmptyRecord}}},
+        {"removed", {{7, kEmptyRecord}}},
+    };
+    auto expect_settled = [&](const Step& s, const std::set<int>& disturbed) {
+        auto it = settled.find(s.what);
+        if (it == settled.end()) return;
+        tarn_fault::ByKpi now = tarn_fault::by_kpi(d.sim.records());
+        for (const auto& kv : it->second) {
+            if (!disturbed.count(kv.first) || now[kv.first].empty()) continue;
+            const std::string& last = now[kv.first].back();
+            const std::string& end = kv.second;
+            EXPECT_TRUE(last.size() >= end.size() &&
+                        last.compare(last.size() - end.size(), end.size(), end) == 0)
+                << s.what << ": KPI " << kv.first << " gave " << last.substr(0, 200);
+        }
+    };
     for (const Step& s : steps) {
         s.apply(a);
         d.expect_steady(others_of_a, "first half " + s.what);
+        expect_settled(s, kpis_of(kHalfA));
         s.undo(a);
         s.apply(b);
         d.expect_steady(others_of_b, "second half " + s.what);
+        expect_settled(s, kpis_of(kHalfB));
         s.undo(b);
         if (HasFatalFailure()) return;
     }
