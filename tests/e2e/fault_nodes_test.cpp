@@ -116,20 +116,13 @@ std::set<int> kpis_of(const std::vector<Node>& nodes) {
     return out;
 }
 
-TEST(FaultE2E, BadNodesLeaveTheOtherCollectorsAndRecover) {
-    tarn_fault::Daemon d;
-    ASSERT_NO_FATAL_FAILURE(d.settle());
-    const std::string& root = d.sim.root();
-    Disturbance a(root, kHalfA), b(root, kHalfB);
-    const std::set<int> others_of_a = d.kpis_except(kpis_of(kHalfA));
-    const std::set<int> others_of_b = d.kpis_except(kpis_of(kHalfB));
+// One way of spoiling nodes, and its undoing.
+struct Step {
+    std::string what;
+    std::function<void(Disturbance&)> apply, undo;
+};
 
-    // Each step disturbs one half and checks the other, which was restored just before and so
-    // must also be back to its steady records.
-    struct Step {
-        std::string what;
-        std::function<void(Disturbance&)> apply, undo;
-    };
+std::vector<Step> all_steps() {
     std::vector<Step> steps;
     for (const auto& c : kContents) {
         const std::string content = c.second;
@@ -144,6 +137,20 @@ TEST(FaultE2E, BadNodesLeaveTheOtherCollectorsAndRecover) {
                      [](Disturbance& x) { x.move_back(); }});
     steps.push_back({"removed", [](Disturbance& x) { x.move_aside(false); },
                      [](Disturbance& x) { x.move_back(); }});
+    return steps;
+}
+
+TEST(FaultE2E, BadNodesLeaveTheOtherCollectorsAndRecover) {
+    tarn_fault::Daemon d;
+    ASSERT_NO_FATAL_FAILURE(d.settle());
+    const std::string& root = d.sim.root();
+    Disturbance a(root, kHalfA), b(root, kHalfB);
+    const std::set<int> others_of_a = d.kpis_except(kpis_of(kHalfA));
+    const std::set<int> others_of_b = d.kpis_except(kpis_of(kHalfB));
+
+    // Each step disturbs one half and checks the other, which was restored just before and so
+    // must also be back to its steady records.
+    const std::vector<Step> steps = all_steps();
 
     // Where bad input has a settled outcome, the disturbed collector's last record shows it: an
     // empty battery file reads as zeros, a brightness that is not a number as 0, an empty frame
@@ -179,6 +186,27 @@ TEST(FaultE2E, BadNodesLeaveTheOtherCollectorsAndRecover) {
         expect_settled(s, kpis_of(kHalfB));
         s.undo(b);
         if (HasFatalFailure()) return;
+    }
+    d.expect_steady(d.kpis_except({}), "all restored");
+    EXPECT_EQ(0, d.sim.stop());
+}
+
+// Long form: each node alone, every other collector checked.
+TEST(FaultE2E, EachBadNodeAloneLeavesEveryOtherCollector) {
+    if (!tarn_fault::long_form()) GTEST_SKIP() << "long form only (TARN_FAULT_LONG=1)";
+    tarn_fault::Daemon d;
+    ASSERT_NO_FATAL_FAILURE(d.settle());
+    std::vector<Node> nodes = kHalfA;
+    nodes.insert(nodes.end(), kHalfB.begin(), kHalfB.end());
+    for (const Node& n : nodes) {
+        Disturbance x(d.sim.root(), {n});
+        const std::set<int> others = d.kpis_except(n.kpis);
+        for (const Step& s : all_steps()) {
+            s.apply(x);
+            d.expect_steady(others, std::string(n.path) + " " + s.what, 2);
+            s.undo(x);
+            if (HasFatalFailure()) return;
+        }
     }
     d.expect_steady(d.kpis_except({}), "all restored");
     EXPECT_EQ(0, d.sim.stop());
