@@ -1,6 +1,6 @@
-// Version-information text through the device properties' parser: every entry it keeps is a key
-// that occurs between the first two quotes of some brace-free line, the first value seen wins,
-// and nothing leaves the bounds of the text.
+// Version-information text through the device properties' parser: it keeps the same entries
+// whether it reads the text whole or line by line, every entry is text of one line of the input,
+// a key holds no quote, and nothing leaves the bounds of the text.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -20,13 +20,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     parse_version_info(fp, &info);
     fclose(fp);
 
-    // A second pass over the same text changes nothing: the first occurrence of a key wins.
-    std::map<std::string, std::string> again = info;
-    fp = fmemopen(&text[0], text.size(), "r");
-    if (fp == nullptr) return 0;
-    parse_version_info(fp, &again);
-    fclose(fp);
-    if (again != info) abort();
+    // Fed one line at a time, the parser ends with the same entries: lines are read whole,
+    // however long, and one line's text never reaches another's entry.
+    std::map<std::string, std::string> by_line;
+    for (size_t start = 0; start < text.size();) {
+        size_t nl = text.find('\n', start);
+        size_t end = nl == std::string::npos ? text.size() : nl + 1;
+        std::string line = text.substr(start, end - start);
+        start = end;
+        fp = fmemopen(&line[0], line.size(), "r");
+        if (fp == nullptr) return 0;
+        parse_version_info(fp, &by_line);
+        fclose(fp);
+    }
+    if (by_line != info) abort();
 
     for (const auto& entry : info) {
         // Each key and each value is text of the input, without its line's newline.
