@@ -43,7 +43,7 @@ test: build build-asan build-tsan
 	@cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
 	@echo "== tests: ThreadSanitizer =="
 	@cd $(TSAN_BUILD) && TSAN_OPTIONS="halt_on_error=1 exitcode=66 second_deadlock_stack=1" \
-		bash ../tools/no-aslr.sh ctest --output-on-failure -j$(JOBS)
+		bash $(CURDIR)/tools/no-aslr.sh ctest --output-on-failure -j$(JOBS)
 
 fault: build-asan
 	@cd $(ASAN_BUILD) && TARN_FAULT_LONG=1 ctest --output-on-failure -j$(JOBS) -R '^e2e_fault_'
