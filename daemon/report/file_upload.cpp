@@ -32,33 +32,15 @@ char g_file_buf[kFileBufSize];
 char g_file_record[kFileBufSize];
 uint32_t g_file_header_len = 0;
 
-// True when `name` is a file name the search hands out for `prefix`.
-bool name_qualifies(const char* name, const char* prefix, size_t prefix_len) {
-    return strncmp(name, prefix, prefix_len) == 0 && strstr(name, FILE_READED_SUFFIX) == nullptr &&
-           strstr(name, ".pb") == nullptr;
-}
-
-// Composes the full path of `name`, found while searching `dir`, into `path_out`. The working
-// directory is the top directory of the search, so `dir` is either that directory itself or the
-// bare name of one of its subdirectories. Returns false, with `path_out` cleared, when the path
-// with a comma and its NUL does not fit.
+// Composes the full path of `name`, found while searching `dir`, from the working directory.
 bool compose_path(const char* dir, const char* name, char* path_out) {
     char cwd[kFilePathSize];
     memset(cwd, 0, sizeof(cwd));
-    int n = -1;
-    if (getcwd(cwd, sizeof(cwd)) != nullptr) {
-        if (strncmp(dir, cwd, strlen(cwd)) == 0) {
-            n = snprintf(path_out, kFilePathSize, "%s/%s", cwd, name);
-        } else {
-            n = snprintf(path_out, kFilePathSize, "%s/%s/%s", cwd, dir, name);
-        }
-    }
-    // One byte for the comma appended before upload, one for the NUL.
-    if (n < 0 || static_cast<size_t>(n) + 2 > kFilePathSize) {
+    if (getcwd(cwd, sizeof(cwd)) == nullptr) {
         memset(path_out, 0, kFilePathSize);
         return false;
     }
-    return true;
+    return compose_found_path(cwd, dir, name, path_out);
 }
 
 // Frames the file buffer's first `len` bytes as one line and uploads it under `kpi_id`; also
@@ -70,22 +52,10 @@ int32_t log_file(int32_t kpi_id, const char* data, uint32_t len) {
         TLOGW(TAG_HELP, "%s() %d: First Start [%s] usesize:%d", g_file_record,
               static_cast<int>(g_file_header_len));
     }
-    memset(g_file_record + g_file_header_len, 0, sizeof(g_file_record) - g_file_header_len);
-
     const std::string app = PowerBigDataCore::getInstance()->getAppName();
-    const size_t room = sizeof(g_file_record) - g_file_header_len;
-    int n = snprintf(g_file_record + g_file_header_len, room, "%s,", app.c_str());
-    size_t app_len = n < 0 ? 0 : static_cast<size_t>(n);
-    if (app_len >= room) app_len = room - 1;
-    const uint32_t head = g_file_header_len + static_cast<uint32_t>(app_len);
-
-    // Keep one byte of the record buffer for the NUL that ends the local copy.
-    uint32_t write = len;
-    if (sizeof(g_file_record) - head <= write) {
-        write = static_cast<uint32_t>(sizeof(g_file_record) - head - 1);
-    }
-    memcpy(g_file_record + head, data, write);
-    const uint32_t size = head + write;
+    uint32_t write = 0;
+    const uint32_t size =
+        frame_file_line(g_file_record, g_file_header_len, app.c_str(), data, len, &write);
 
     TLOGD(TAG_HELP, "%s() %d: kpi_id:%u [%s] size:%d write size:%u\n",
           static_cast<uint32_t>(kpi_id), g_file_record, static_cast<int>(size), write);
@@ -105,6 +75,43 @@ int32_t log_file(int32_t kpi_id, const char* data, uint32_t len) {
 }
 
 }  // namespace
+
+bool file_name_qualifies(const char* name, const char* prefix, size_t prefix_len) {
+    return strncmp(name, prefix, prefix_len) == 0 && strstr(name, FILE_READED_SUFFIX) == nullptr &&
+           strstr(name, ".pb") == nullptr;
+}
+
+bool compose_found_path(const char* cwd, const char* dir, const char* name, char* path_out) {
+    int n;
+    if (strncmp(dir, cwd, strlen(cwd)) == 0) {
+        n = snprintf(path_out, kFilePathSize, "%s/%s", cwd, name);
+    } else {
+        n = snprintf(path_out, kFilePathSize, "%s/%s/%s", cwd, dir, name);
+    }
+    // One byte for the comma appended before upload, one for the NUL.
+    if (n < 0 || static_cast<size_t>(n) + 2 > kFilePathSize) {
+        memset(path_out, 0, kFilePathSize);
+        return false;
+    }
+    return true;
+}
+
+uint32_t frame_file_line(char* line, uint32_t header_len, const char* app, const char* data,
+                         uint32_t len, uint32_t* written) {
+    memset(line + header_len, 0, kFileBufSize - header_len);
+    const size_t room = kFileBufSize - header_len;
+    int n = snprintf(line + header_len, room, "%s,", app);
+    size_t app_len = n < 0 ? 0 : static_cast<size_t>(n);
+    if (app_len >= room) app_len = room - 1;
+    const uint32_t head = header_len + static_cast<uint32_t>(app_len);
+
+    // Keep one byte of the line for the NUL that ends the local copy.
+    uint32_t write = len;
+    if (kFileBufSize - head <= write) write = static_cast<uint32_t>(kFileBufSize - head - 1);
+    memcpy(line + head, data, write);
+    *written = write;
+    return head + write;
+}
 
 FILE* open_regular_file(const char* path) {
     // O_NONBLOCK keeps an open of a FIFO from waiting for a writer; O_NOFOLLOW refuses a symlink
@@ -145,7 +152,7 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
                 closedir(dp);
                 return ret;
             }
-        } else if (entry->d_type == DT_REG && name_qualifies(name, prefix, prefix_len)) {
+        } else if (entry->d_type == DT_REG && file_name_qualifies(name, prefix, prefix_len)) {
             // A path that does not fit is never handed out cut: the file is passed over and
             // the search goes on.
             if (!compose_path(dir, name, path_out)) {
