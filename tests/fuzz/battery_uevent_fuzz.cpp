@@ -10,12 +10,11 @@
 #include <string>
 
 #include "collectors/node_parsers.h"
+#include "node_fuzz.h"
 
 namespace {
 
-void check(bool ok) {
-    if (!ok) abort();
-}
+using node_fuzz::check;
 
 const int32_t kUntouched = 0x5a5a5a5a;
 

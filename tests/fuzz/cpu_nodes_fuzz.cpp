@@ -15,13 +15,11 @@
 
 #include "collectors/collectors.h"
 #include "collectors/node_parsers.h"
-#include "core/tarn_log.h"
+#include "node_fuzz.h"
 
 namespace {
 
-void check(bool ok) {
-    if (!ok) abort();
-}
+using node_fuzz::check;
 
 void write_node(const std::string& path, const std::string& text) {
     for (size_t slash = path.find('/', 1); slash != std::string::npos;
@@ -78,7 +76,7 @@ void check_freq_list(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    g_debug_level = 3;
+    node_fuzz::quiet_logs();
     const std::string cpu = "/sys/devices/system/cpu";
     write_node(cpu + "/possible", "0-7\n");
     write_node(cpu + "/cpufreq/policy0/scaling_available_frequencies",
@@ -94,15 +92,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 // Input: one byte choosing the text (/proc/stat, time_in_state of a cluster slot, or a frequency
 // list), then the text.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 1 || size > 16384) return 0;
-    std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
-    switch (data[0] % 3) {
+    uint8_t choice = 0;
+    std::string text;
+    if (!node_fuzz::split_input(data, size, 16384, &choice, &text)) return 0;
+    switch (choice % 3) {
         case 0:
             check_stat(text);
             break;
         case 1:
             // Slots -1 and 8 lie outside the table.
-            check_time_in_state((int)(data[0] / 3 % 10) - 1, text);
+            check_time_in_state((int)(choice / 3 % 10) - 1, text);
             break;
         default:
             check_freq_list(text);

@@ -7,17 +7,14 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <algorithm>
 #include <string>
 
 #include "collectors/node_parsers.h"
-#include "core/tarn_log.h"
+#include "node_fuzz.h"
 
 namespace {
 
-void check(bool ok) {
-    if (!ok) abort();
-}
+using node_fuzz::check;
 
 bool same(double a, double b) {
     return (isnan(a) && isnan(b)) || a == b;
@@ -26,7 +23,7 @@ bool same(double a, double b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    g_debug_level = 3;
+    node_fuzz::quiet_logs();
     return 0;
 }
 
@@ -35,14 +32,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string text(reinterpret_cast<const char*>(data), size);
     double rate = fps_parse(text.data(), text.size());
 
-    // Line pieces as a reader of 1024 bytes cuts them.
-    size_t last = 0;
-    for (size_t start = 0; start < text.size();) {
-        last = start;
-        size_t nl = text.find('\n', start);
-        size_t end = nl == std::string::npos ? text.size() : nl + 1;
-        start = std::min(end, start + 1023);
-    }
+    // The last line piece that a reader of 1024-byte lines cuts.
+    std::vector<size_t> starts = node_fuzz::piece_starts(text, 1024);
+    size_t last = starts.empty() ? 0 : starts.back();
     std::string piece = text.substr(last);
     check(same(rate, fps_parse(piece.data(), piece.size())));
 

@@ -10,13 +10,11 @@
 
 #include "collectors/collectors.h"
 #include "collectors/node_parsers.h"
-#include "core/tarn_log.h"
+#include "node_fuzz.h"
 
 namespace {
 
-void check(bool ok) {
-    if (!ok) abort();
-}
+using node_fuzz::check;
 
 // Frequencies of the transition tables in the corpus, so that a row can match.
 const uint64_t kFreqs[] = {0, 220000000, 300000000, 381000000, 487000000, 585000000, 680000000, 7};
@@ -37,21 +35,22 @@ void check_scans(std::string text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    g_debug_level = 3;
+    node_fuzz::quiet_logs();
     return 0;
 }
 
 // Input: one byte choosing the node (the busy and frequency nodes, or the transition table at one
 // of a few frequencies, the kept rows reset or not), then its text.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 1 || size > 16384) return 0;
-    std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
-    if (data[0] % 2 == 0) {
+    uint8_t choice = 0;
+    std::string text;
+    if (!node_fuzz::split_input(data, size, 16384, &choice, &text)) return 0;
+    if (choice % 2 == 0) {
         check_scans(text);
         return 0;
     }
-    if (data[0] & 2) gpu_reset_kept();
-    uint64_t cur = kFreqs[(data[0] >> 2) % 8];
+    if (choice & 2) gpu_reset_kept();
+    uint64_t cur = kFreqs[(choice >> 2) % 8];
     gpu_parse_trans_stat(text.data(), text.size(), cur);
     check(gpu_parse_trans_stat(text.data(), text.size(), cur) == 0);
     return 0;

@@ -8,17 +8,14 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <algorithm>
 #include <string>
 
 #include "collectors/node_parsers.h"
-#include "core/tarn_log.h"
+#include "node_fuzz.h"
 
 namespace {
 
-void check(bool ok) {
-    if (!ok) abort();
-}
+using node_fuzz::check;
 
 void check_last_line(std::string text) {
     char line[LPM_LINE_LEN + 1];
@@ -43,13 +40,8 @@ void check_last_line(std::string text) {
 // Slots of `width` bytes, `count` of them, filled from the lines' text after `sep`.
 template <size_t Width>
 void check_slots(const std::string& text, char (*slots)[Width], int count, char sep) {
-    // Line pieces as a reader of LPM_LINE_LEN bytes cuts them.
-    int filled = 0;
-    for (size_t start = 0; start < text.size() && filled < count; filled++) {
-        size_t nl = text.find('\n', start);
-        size_t end = nl == std::string::npos ? text.size() : nl + 1;
-        start = std::min(end, start + LPM_LINE_LEN - 1);
-    }
+    int pieces = (int)node_fuzz::piece_starts(text, LPM_LINE_LEN).size();
+    int filled = std::min(pieces, count);
     for (int k = 0; k < count + 1; k++) {
         const char* slot = slots[k];
         if (k >= filled) {
@@ -65,22 +57,23 @@ void check_slots(const std::string& text, char (*slots)[Width], int count, char 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    g_debug_level = 3;
+    node_fuzz::quiet_logs();
     return 0;
 }
 
 // Input: one byte choosing the reading (idle states, a subsystem, WLAN), then the text.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 1 || size > 16384) return 0;
-    std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
-    switch (data[0] % 3) {
+    uint8_t choice = 0;
+    std::string text;
+    if (!node_fuzz::split_input(data, size, 16384, &choice, &text)) return 0;
+    switch (choice % 3) {
         case 0:
             check_last_line(text);
             break;
         case 1: {
             char slots[LPM_RPM_SLOTS + 1][LPM_RPM_SLOT_LEN];
             memset(slots, 'x', sizeof(slots));
-            lpm_parse_sleep_stats(text.data(), text.size(), 8 + data[0] / 3 % 10, slots);
+            lpm_parse_sleep_stats(text.data(), text.size(), 8 + choice / 3 % 10, slots);
             check_slots(text, slots, LPM_RPM_SLOTS, '=');
             break;
         }

@@ -11,12 +11,11 @@
 #include <string>
 
 #include "collectors/node_reader.h"
+#include "node_fuzz.h"
 
 namespace {
 
-void check(bool ok) {
-    if (!ok) abort();
-}
+using node_fuzz::check;
 
 enum Op { GETS, GETC, SCAN_LL, SCAN_ULL, SCAN_WORD, SKIP_SPACE, SCAN_I32, SCAN_U32 };
 

@@ -13,13 +13,11 @@
 
 #include "collectors/node_parsers.h"
 #include "collectors/thermal_groups.h"
-#include "core/tarn_log.h"
+#include "node_fuzz.h"
 
 namespace {
 
-void check(bool ok) {
-    if (!ok) abort();
-}
+using node_fuzz::check;
 
 // The C library's scan of `fmt` into `want`, on its own stream of the bytes.
 template <typename T>
@@ -82,15 +80,16 @@ void check_type(std::string text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    g_debug_level = 3;
+    node_fuzz::quiet_logs();
     return 0;
 }
 
 // Input: one byte choosing the node (a value or a type name), then its text.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 1 || size > 8192) return 0;
-    std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
-    if (data[0] % 2 == 0) {
+    uint8_t choice = 0;
+    std::string text;
+    if (!node_fuzz::split_input(data, size, 8192, &choice, &text)) return 0;
+    if (choice % 2 == 0) {
         check_values(text);
     } else {
         check_type(text);
