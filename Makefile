@@ -1,8 +1,10 @@
 # make demo: run the daemon on the simulated phone8 device, then draw the run in build/demo.png.
-# make test: build and run every test, then again under AddressSanitizer and UBSan (clang), each
-#   time in a shuffled order (GTEST_SHUFFLE=1; a failing run prints its seed, which
-#   GTEST_RANDOM_SEED=N replays).
+# make test: build and run every test three times: the g++ build, again under AddressSanitizer and
+#   UBSan (clang), again under ThreadSanitizer (clang), each time in a shuffled order
+#   (GTEST_SHUFFLE=1; a failing run prints its seed, which GTEST_RANDOM_SEED=N replays).
 # make bench: measure the daemon on phone8 beside collectd, then time each handler (hot cache).
+# make fuzz: run each libFuzzer harness of tests/fuzz for FUZZ_SECONDS seconds.
+# make fault: the fault tests' long form (bigger storms, longer churn) on the sanitizer build.
 # make test-arm64: cross-build for AArch64 and run every test under qemu user-mode emulation.
 # make check-aosp: compile the daemon against the genuine AOSP log and cutils headers, link it
 #   against the genuine liblog.
@@ -12,10 +14,13 @@
 JOBS ?= 2
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all deps build build-asan test test-asan test-arm64 check-aosp check-device-files demo \
-	bench clean format-check tidy-check
+.PHONY: all deps build build-asan build-tsan build-fuzz test test-arm64 check-aosp \
+	check-device-files demo bench fuzz fault clean format-check tidy-check
 
 all: build
 
@@ -30,12 +35,31 @@ build-asan: deps
 	@CC=clang CXX=clang++ cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTARN_SANITIZE=ON >/dev/null
 	@cmake --build $(ASAN_BUILD) -j$(JOBS)
 
-test: build build-asan
+build-tsan: deps
+	@CC=clang CXX=clang++ cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTARN_TSAN=ON >/dev/null
+	@cmake --build $(TSAN_BUILD) -j$(JOBS)
+
+build-fuzz: deps
+	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARN_FUZZ=ON >/dev/null
+	@cmake --build $(FUZZ_BUILD) -j$(JOBS)
+
+# Every report of a sanitizer, in a test or in a program a test runs, ends that program with an
+# error status and fails the test.
+test: build build-asan build-tsan
 	@bash tools/install-deps.sh plot
-	@echo "tests: g++ build, shuffled"
+	@echo "== tests: g++ build, shuffled =="
 	@cd $(BUILD) && GTEST_SHUFFLE=1 ctest --output-on-failure -j$(JOBS)
-	@echo "tests: clang ASan+UBSan build, shuffled"
+	@echo "== tests: clang ASan+UBSan build, shuffled =="
 	@cd $(ASAN_BUILD) && GTEST_SHUFFLE=1 ctest --output-on-failure -j$(JOBS)
+	@echo "== tests: clang ThreadSanitizer build, shuffled =="
+	@cd $(TSAN_BUILD) && GTEST_SHUFFLE=1 TSAN_OPTIONS="halt_on_error=1 exitcode=66 second_deadlock_stack=1" \
+		bash $(CURDIR)/tools/no-aslr.sh ctest --output-on-failure -j$(JOBS)
+
+fault: build-asan
+	@cd $(ASAN_BUILD) && TARN_FAULT_LONG=1 ctest --output-on-failure -j$(JOBS) -R '^e2e_fault_'
+
+fuzz: build-fuzz
+	@FUZZ_BUILD=$(FUZZ_BUILD) FUZZ_SECONDS=$(FUZZ_SECONDS) bash tools/fuzz.sh
 
 test-arm64:
 	@JOBS=$(JOBS) bash tools/test-arm64.sh
@@ -70,4 +94,4 @@ bench: deps
 		|| { tail -n 5 $(BUILD)/bench/tarn_bench.log; exit 1; }
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) build-arm64 build-aosp
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) build-arm64 build-aosp

@@ -26,7 +26,7 @@
 
 #define CLUSTER_SLOTS 8
 #define REPORTED_SLOTS 7  // the eighth slot is opened but never reported
-#define MAX_FREQ_STEPS 128
+#define MAX_FREQ_STEPS CPU_FREQ_STEPS
 #define MAX_CPUS 8
 #define NO_POLICY 2147483647
 #define PATH_BUFLEN 4096
@@ -164,18 +164,24 @@ static void InitClusterFreqList(int slot) {
     char path[PATH_BUFLEN];
     (void)snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
                    g_cpu.cluster[slot]);
-    FILE* fp = fopen(path, "re");
-    if (fp == nullptr) return;
-    int n = 0;
-    unsigned int value = 0;
-    while (n < MAX_FREQ_STEPS && fscanf(fp, "%u", &value) == 1) {
-        g_cpu.cluster_freq_list[slot][n] = value;
+    char node[NODE_BUF_LEN];
+    ssize_t len = node_read_path(path, node, sizeof(node));
+    if (len < 0) return;
+    int count = cpu_parse_freq_list(node, (size_t)len, g_cpu.cluster_freq_list[slot]);
+    for (int n = 0; n < count; n++) {
+        unsigned long long value = g_cpu.cluster_freq_list[slot][n];
         TLOGD("InitClusterFreqList cluster_freq_list[%d][%d]:%llu", slot, n,
               (unsigned long long)value);
-        n++;
     }
-    g_cpu.freq_num[slot] = n;
-    (void)fclose(fp);
+    g_cpu.freq_num[slot] = count;
+}
+
+int cpu_parse_freq_list(const char* data, size_t len, uint64_t* list) {
+    mem_stream in = mem_open(data, len);
+    int n = 0;
+    unsigned long long value = 0;
+    while (n < MAX_FREQ_STEPS && mem_scan_ull(&in, &value) == 1) list[n++] = (unsigned int)value;
+    return n;
 }
 
 // One weight in 1..100 per frequency step: the step's share of the last listed frequency scaled

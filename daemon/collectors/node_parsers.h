@@ -22,6 +22,11 @@ void battery_parse_uevent(const char* data, size_t len, battery_fields* out);
 // a number.
 uint32_t node_parse_u32(const char* data, size_t len);
 
+// CPU: a cluster's scaling_available_frequencies read with "%u" into `list` (room for
+// CPU_FREQ_STEPS values) until the text ends, holds no number or the list is full: returns the
+// number of values.
+#define CPU_FREQ_STEPS 128
+int cpu_parse_freq_list(const char* data, size_t len, uint64_t* list);
 // CPU: time_in_state of the cluster in `slot` as "%llu %llu" pairs: returns the time passed
 // since the previous reading and sets `weighted` to its capacity-weighted sum.
 uint64_t cpu_parse_time_in_state(int slot, const char* data, size_t len, uint64_t* weighted);

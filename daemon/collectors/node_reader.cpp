@@ -152,7 +152,8 @@ int mem_scan_word(mem_stream* in, char* word, size_t width) {
     while (n < width && in->pos < in->len && !is_space((unsigned char)in->data[in->pos])) {
         word[n++] = in->data[in->pos++];
     }
-    if (in->pos >= in->len) in->eof = true;
+    // A word cut at its width has not looked at the byte after it.
+    if (n < width && in->pos >= in->len) in->eof = true;
     word[n] = '\0';
     return 1;
 }

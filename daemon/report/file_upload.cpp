@@ -28,26 +28,30 @@ constexpr int kMaxSearchDepth = 2;
 // sampling thread; static so that a 128 KiB array does not sit on the worker's stack.
 char g_file_buf[kFileBufSize];
 
-// True when `name` is a file name the search hands out for `prefix`.
-bool name_qualifies(const char* name, const char* prefix, size_t prefix_len) {
+// Composes the full path of `name`, found while searching `dir`, from the working directory.
+bool compose_path(const char* dir, const char* name, char* path_out) {
+    char cwd[kFilePathSize];
+    memset(cwd, 0, sizeof(cwd));
+    if (getcwd(cwd, sizeof(cwd)) == nullptr) {
+        memset(path_out, 0, kFilePathSize);
+        return false;
+    }
+    return compose_found_path(cwd, dir, name, path_out);
+}
+
+}  // namespace
+
+bool file_name_qualifies(const char* name, const char* prefix, size_t prefix_len) {
     return strncmp(name, prefix, prefix_len) == 0 && strstr(name, FILE_READED_SUFFIX) == nullptr &&
            strstr(name, ".pb") == nullptr;
 }
 
-// Composes the full path of `name`, found while searching `dir`, into `path_out`. The working
-// directory is the top directory of the search, so `dir` is either that directory itself or the
-// bare name of one of its subdirectories. Returns false, with `path_out` cleared, when the path
-// with a comma and its NUL does not fit.
-bool compose_path(const char* dir, const char* name, char* path_out) {
-    char cwd[kFilePathSize];
-    memset(cwd, 0, sizeof(cwd));
-    int n = -1;
-    if (getcwd(cwd, sizeof(cwd)) != nullptr) {
-        if (strncmp(dir, cwd, strlen(cwd)) == 0) {
-            n = snprintf(path_out, kFilePathSize, "%s/%s", cwd, name);
-        } else {
-            n = snprintf(path_out, kFilePathSize, "%s/%s/%s", cwd, dir, name);
-        }
+bool compose_found_path(const char* cwd, const char* dir, const char* name, char* path_out) {
+    int n;
+    if (strncmp(dir, cwd, strlen(cwd)) == 0) {
+        n = snprintf(path_out, kFilePathSize, "%s/%s", cwd, name);
+    } else {
+        n = snprintf(path_out, kFilePathSize, "%s/%s/%s", cwd, dir, name);
     }
     // One byte for the comma appended before upload, one for the NUL.
     if (n < 0 || static_cast<size_t>(n) + 2 > kFilePathSize) {
@@ -56,8 +60,6 @@ bool compose_path(const char* dir, const char* name, char* path_out) {
     }
     return true;
 }
-
-}  // namespace
 
 FILE* open_regular_file(const char* path) {
     // O_NONBLOCK keeps an open of a FIFO from waiting for a writer; O_NOFOLLOW refuses a symlink
@@ -98,7 +100,7 @@ int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char
                 closedir(dp);
                 return ret;
             }
-        } else if (entry->d_type == DT_REG && name_qualifies(name, prefix, prefix_len)) {
+        } else if (entry->d_type == DT_REG && file_name_qualifies(name, prefix, prefix_len)) {
             // A path that does not fit is never handed out cut: the file is passed over and
             // the search goes on.
             if (!compose_path(dir, name, path_out)) {

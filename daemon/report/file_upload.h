@@ -38,6 +38,16 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id);
 int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out,
                     int depth = 0);
 
+// True when `name` is a file name the search hands out for `prefix`: it starts with the prefix's
+// first `prefix_len` characters and contains neither "_readed" nor ".pb".
+bool file_name_qualifies(const char* name, const char* prefix, size_t prefix_len);
+
+// Composes into `path_out` (kFilePathSize bytes) the full path of `name`, found while searching
+// `dir` with `cwd` as the working directory: `dir` is either the top directory itself (when it
+// starts with `cwd`) or the bare name of one of its subdirectories. Returns false, with
+// `path_out` cleared, when the path with a comma and its NUL does not fit.
+bool compose_found_path(const char* cwd, const char* dir, const char* name, char* path_out);
+
 // Opens `path` for reading only if it is a regular file at the moment of opening: a symlink is
 // not followed and a FIFO or device is never waited on. Returns null otherwise.
 FILE* open_regular_file(const char* path);

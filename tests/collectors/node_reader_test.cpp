@@ -38,6 +38,7 @@ const string kTexts[] = {
     string("ab\0cd\nef", 8),
     string("\0 1", 3),
     "a much longer line that needs several pieces\nshort\n\n0123456789",
+    "abcdef",
 };
 
 // Every piece that fgets cuts from the bytes, and the end-of-file flag after each read.
@@ -116,6 +117,7 @@ TEST(MemStream, ConversionsMatchScanf) {
         if (gret == 1) gret = mem_scan_word(&in, got[1], 3) == 1 ? 2 : 1;
         EXPECT_EQ(wret, gret);
         for (int i = 0; i < 2 && i < wret; i++) EXPECT_EQ(0, memcmp(want[i], got[i], 4));
+        EXPECT_EQ((bool)feof(fp), in.eof);  // a word cut at its width looks no further
         fclose(fp);
     }
 }

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -113,6 +114,18 @@ SimRun::~SimRun() {
         if (mStatus == -1) {
             kill(mPid, SIGKILL);
             wait_exit(std::chrono::seconds(30));
+        }
+    }
+    // A sanitizer report in the command (the daemon) fails the test that ran it, whatever the
+    // test itself checked.
+    const std::string text = log();
+    for (const char* report : {"ERROR: AddressSanitizer", "ERROR: LeakSanitizer",
+                               "WARNING: ThreadSanitizer", "runtime error:"}) {
+        size_t at = text.find(report);
+        if (at != std::string::npos) {
+            ADD_FAILURE() << "sanitizer report in the simulated run:\n"
+                          << text.substr(at > 200 ? at - 200 : 0, 4000);
+            break;
         }
     }
     if (!mTmp.empty()) run_command({"/bin/rm", "-rf", mTmp});
