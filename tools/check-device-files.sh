@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # make check-device-files: what can be checked here of the device build's files.
 #  - Android.bp: formatted as bpfmt formats it, arrays sorted (a syntax error fails too); the
-#    files it names one by one exist.
+#    files it names one by one exist; every fuzzer of tests/fuzz has its cc_fuzz and corpus.
 #  - tarn_stats.rc: its user and groups are those of config.fs or known platform groups.
 #  - sepolicy/: compiled with m4 and checkpolicy on top of the small platform stand-in in
 #    sepolicy/check/, once as a user build and once as a userdebug build; every context of
@@ -21,6 +21,13 @@ for bp in $(git ls-files '*.bp' 2>/dev/null || echo Android.bp); do
     for f in $(grep -v '^ *//' "$bp" | grep -oE '"[a-z][^"*]*\.(cpp|proto|rc)"' | tr -d '"'); do
         [ -e "$(dirname "$bp")/$f" ] || fail "$bp names $f, which does not exist"
     done
+done
+
+# Every fuzzer of the host build has its cc_fuzz with its corpus.
+for harness in tests/fuzz/*_fuzz.cpp; do
+    name=$(basename "$harness" _fuzz.cpp)
+    grep -q "\"$harness\"" Android.bp || fail "Android.bp has no cc_fuzz for $harness"
+    grep -q "\"tests/fuzz/corpus/$name/\*\"" Android.bp || fail "Android.bp gives $name no corpus"
 done
 
 # The service's user and the data directory's owner are the vendor user that config.fs defines;
