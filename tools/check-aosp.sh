@@ -47,11 +47,15 @@ done
 
 clang++ -o "$OUT/tarn_stats" "$OUT"/obj/*.o -L"$AOSP_LIB" -Wl,-rpath,"$AOSP_LIB" -llog \
     -lprotobuf -pthread
-if nm "$OUT/tarn_stats" | grep -q ' T __android_log_print'; then
+# Tools' output is taken whole before grep reads it: with pipefail, grep -q leaving early would
+# fail the pipe on the writer's SIGPIPE.
+symbols=$(nm "$OUT/tarn_stats")
+if grep -q ' T __android_log_print' <<<"$symbols"; then
     echo "check-aosp: the daemon carries its own __android_log_print" >&2
     exit 1
 fi
 # The genuine liblog is the one loaded, and the daemon starts with it (usage text, status 0).
-ldd "$OUT/tarn_stats" | grep -q "$AOSP_LIB/liblog.so"
+libs=$(ldd "$OUT/tarn_stats")
+grep -q "$AOSP_LIB/liblog.so" <<<"$libs" || { echo "check-aosp: the daemon does not load $AOSP_LIB/liblog.so" >&2; exit 1; }
 "$OUT/tarn_stats" --help >/dev/null 2>&1 || { echo "check-aosp: tarn_stats --help failed" >&2; exit 1; }
 echo "check-aosp: $(ls "$OUT"/obj | wc -l) sources compiled against $AOSP_INC; linked with $AOSP_LIB/liblog.so"
