@@ -1,6 +1,9 @@
 // Helpers shared by the daemon's end-to-end tests.
 #pragma once
 
+#include <stdlib.h>
+
+#include <map>
 #include <string>
 #include <vector>
 
@@ -12,12 +15,16 @@ inline size_t count(const std::string& text, const std::string& needle) {
     return n;
 }
 
-// The lines of the records of one KPI id.
-inline std::vector<std::string> of_kpi(const std::vector<std::string>& records, int kpi) {
-    std::vector<std::string> out;
-    std::string prefix = std::to_string(kpi) + "\t";
-    for (auto& r : records)
-        if (r.compare(0, prefix.size(), prefix) == 0) out.push_back(r.substr(prefix.size()));
+// Records by KPI id, each without its id and tab, in the order they came.
+using ByKpi = std::map<int, std::vector<std::string>>;
+
+inline ByKpi by_kpi(const std::vector<std::string>& records) {
+    ByKpi out;
+    for (const std::string& r : records) {
+        size_t tab = r.find('\t');
+        if (tab != std::string::npos)
+            out[atoi(r.substr(0, tab).c_str())].push_back(r.substr(tab + 1));
+    }
     return out;
 }
 

@@ -14,8 +14,8 @@
 
 namespace {
 
+using tarn_e2e::by_kpi;
 using tarn_e2e::count;
-using tarn_e2e::of_kpi;
 using tarn_test::SimOptions;
 using tarn_test::SimRun;
 
@@ -130,7 +130,7 @@ TEST(DaemonTest, StartStopRestartKeepsCountsAndRejectsBadCampaigns) {
         EXPECT_EQ(1u, tick % 2) << "battery ran on tick " << tick + 1;
     }
     EXPECT_LE(2u, runs);
-    EXPECT_EQ(runs, of_kpi(sim.records(), 2).size());
+    EXPECT_EQ(runs, by_kpi(sim.records())[2].size());
     EXPECT_EQ(runs, count(log, "data handler:"));
     EXPECT_EQ(3u, count(log, "power: enable_flag:0x3 tcpu:0 tgpu:0 tbat:2 tddr:0 tlpm:0"));
     EXPECT_LT(log.find(": try to Deregister callback"), log.find(": try to register callback"));
@@ -141,14 +141,14 @@ TEST(DaemonTest, RecordsCarryTheAppNameOfStartAndResumeHints) {
     // The application of the record after next, which was certainly formatted after the hints
     // were handled: the sixth field, after the five of the header.
     auto app_after = [&](std::vector<std::vector<std::string>> hints) {
-        size_t n = of_kpi(sim.records(), 2).size();
+        size_t n = by_kpi(sim.records())[2].size();
         for (auto& hint : hints) {
             hint.insert(hint.begin(), "hint");
             EXPECT_EQ(0, sim.control(hint));
         }
-        EXPECT_TRUE(tarn_test::wait_until([&] { return of_kpi(sim.records(), 2).size() >= n + 2; },
+        EXPECT_TRUE(tarn_test::wait_until([&] { return by_kpi(sim.records())[2].size() >= n + 2; },
                                           std::chrono::seconds(60)));
-        std::string line = of_kpi(sim.records(), 2).back();
+        std::string line = by_kpi(sim.records())[2].back();
         size_t pos = 0;
         for (int i = 0; i < 5; ++i) pos = line.find(',', pos) + 1;
         return line.substr(pos, line.find(',', pos) - pos);

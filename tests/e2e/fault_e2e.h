@@ -4,7 +4,6 @@
 
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 
 #include "common/sim_run.h"
 #include "common/test_util.h"
+#include "e2e/daemon_e2e.h"
 
 namespace tarn_fault {
 
@@ -26,43 +26,17 @@ inline bool long_form() {
     return v != nullptr && strcmp(v, "1") == 0;
 }
 
+// The daemon with every collector at period 1.
 inline std::vector<std::string> every_collector_args() {
-    return {tarn_test::daemon_path(),
-            "--daemon",
-            "--cpu",
-            "1",
-            "--gpu",
-            "1",
-            "--bat",
-            "1",
-            "--ddr",
-            "1",
-            "--lpm",
-            "1",
-            "--ps",
-            "1",
-            "--bri",
-            "1",
-            "--fps",
-            "1",
-            "--therm",
-            "1",
-            "--stab",
-            "1"};
+    std::vector<std::string> args = {tarn_test::daemon_path(), "--daemon"};
+    for (const char* c : {"--cpu", "--gpu", "--bat", "--ddr", "--lpm", "--ps", "--bri", "--fps",
+                          "--therm", "--stab"})
+        args.insert(args.end(), {c, "1"});
+    return args;
 }
 
-// Records by KPI id, each without its id and tab, in the order they came.
-using ByKpi = std::map<int, std::vector<std::string>>;
-
-inline ByKpi by_kpi(const std::vector<std::string>& records) {
-    ByKpi out;
-    for (const std::string& r : records) {
-        size_t tab = r.find('\t');
-        if (tab == std::string::npos) continue;
-        out[atoi(r.substr(0, tab).c_str())].push_back(r.substr(tab + 1));
-    }
-    return out;
-}
+using tarn_e2e::by_kpi;
+using tarn_e2e::ByKpi;
 
 // The KPI ids that are sampled on every tick (not the stability ones, which ship files once).
 inline bool per_tick(int kpi) {
