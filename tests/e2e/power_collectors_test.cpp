@@ -22,8 +22,8 @@ const char kPrefix[] =
 
 // The lines of one KPI id that carry the header and the application name, without them.
 std::vector<std::string> records_of(const std::vector<std::string>& lines, int kpi) {
-    std::vector<std::string> out;
-    for (const std::string& l : tarn_e2e::of_kpi(lines, kpi)) {
+    std::vector<std::string> out, all = tarn_e2e::by_kpi(lines)[kpi];
+    for (const std::string& l : all) {
         if (l.rfind(kPrefix, 0) == 0) out.push_back(l.substr(sizeof(kPrefix) - 1));
     }
     return out;
@@ -38,41 +38,18 @@ const std::pair<int, const char*> kFormats[] = {
     {9, R"(FPS,\d+\.\d,)"},
 };
 
-TEST(PowerCollectorsE2E, EveryCollectorReportsOnTheAnimatedPhone) {
-    tarn_test::SimOptions opts;
-    opts.animate = true;
-    tarn_test::SimRun sim(opts, {tarn_test::daemon_path(), "--daemon", "--bat", "1", "--cpu", "2",
-                                 "--gpu", "1", "--ddr", "1", "--bri", "1", "--fps", "1"});
-
-    // Three CPU records per CPU period; wait for two periods so that utilisation has a delta.
-    ASSERT_TRUE(sim.wait_for_records(
-        [](const std::vector<std::string>& lines) {
-            for (auto& [kpi, format] : kFormats) {
-                if (records_of(lines, kpi).size() < (kpi == 3 ? 6u : 1u)) return false;
-            }
-            return true;
-        },
-        std::chrono::seconds(90)))
-        << sim.log();
-    std::vector<std::string> lines = sim.records();
-    for (auto& [kpi, format] : kFormats) {
-        for (const std::string& r : records_of(lines, kpi)) {
-            EXPECT_TRUE(std::regex_match(r, std::regex(format))) << kpi << ": " << r;
-        }
-    }
-    EXPECT_EQ(sim.stop(), 0);
-}
-
-// The script lists the descriptors of its own shell, which are those it inherited plus the one
-// on which the shell reads the script itself. A --local FIFO without a reader is refused at once
+// A campaign starts every power and performance collector on the animated phone. The statistics
+// script lists the descriptors of its own shell, which are those it inherited plus the one on
+// which the shell reads the script itself. A --local FIFO without a reader is refused at once
 // (start-up goes on); the regular file named after it is used instead.
-TEST(PowerCollectorsE2E, StatisticsScriptInheritsOnlyStandardStreams) {
+TEST(PowerCollectorsE2E, EveryCollectorReportsAndTheScriptInheritsOnlyStandardStreams) {
     const char kFifo[] = "/tmp/records.fifo";
     const char kLocal[] = "/data/local/tmp/records.txt";
+    tarn_test::SimOptions opts;
+    opts.animate = true;
     tarn_test::SimRun sim(
-        tarn_test::SimOptions(),
-        {"/bin/sh", "-c", std::string("mkfifo ") + kFifo + " && exec \"$0\" \"$@\"",
-         tarn_test::daemon_path(), "--local", kFifo, "--local", kLocal});
+        opts, {"/bin/sh", "-c", std::string("mkfifo ") + kFifo + " && exec \"$0\" \"$@\"",
+               tarn_test::daemon_path(), "--local", kFifo, "--local", kLocal});
     ASSERT_TRUE(sim.wait_for_log("try to register callback secondly")) << sim.log();
     EXPECT_EQ(1u, tarn_e2e::count(sim.log(), std::string("open[") + kFifo +
                                                  "] failed errno:6 [No such device or address]"));
@@ -83,16 +60,30 @@ TEST(PowerCollectorsE2E, StatisticsScriptInheritsOnlyStandardStreams) {
     chmod((script + ".new").c_str(), 0755);
     ASSERT_EQ(0, rename((script + ".new").c_str(), script.c_str()));
     EXPECT_EQ(0, sim.control({"campaign", "start", "--text",
-                              "powerCfg { ps_period: 1 battery_period: 1 cpu_fre_period: 1 }"}));
+                              "powerCfg { ps_period: 1 battery_period: 1 cpu_fre_period: 2 "
+                              "gpu_fre_period: 1 ddr_fre_period: 1 bright_period: 1 "
+                              "fps_period: 1 }"}));
+    // Three CPU records per CPU period; two periods, so that utilisation has a delta.
     std::string listing;
-    ASSERT_TRUE(sim.wait_for_records([&](const std::vector<std::string>& lines) {
-        for (const std::string& r : records_of(lines, 7)) {
-            const std::string end = "\\nend\\n";  // escaped line ends
-            if (r.size() > end.size() && r.compare(r.size() - end.size(), end.size(), end) == 0)
-                listing = r;
-        }
-        return !listing.empty();
-    })) << sim.log();
+    ASSERT_TRUE(sim.wait_for_records(
+        [&](const std::vector<std::string>& lines) {
+            for (const std::string& r : records_of(lines, 7)) {
+                const std::string end = "\\nend\\n";  // escaped line ends
+                if (r.size() > end.size() && r.compare(r.size() - end.size(), end.size(), end) == 0)
+                    listing = r;
+            }
+            for (auto& [kpi, format] : kFormats) {
+                if (records_of(lines, kpi).size() < (kpi == 3 ? 6u : 1u)) return false;
+            }
+            return !listing.empty();
+        },
+        std::chrono::seconds(90)))
+        << sim.log();
+    const std::vector<std::string> lines = sim.records();
+    for (auto& [kpi, format] : kFormats) {
+        for (const std::string& r : records_of(lines, kpi))
+            EXPECT_TRUE(std::regex_match(r, std::regex(format))) << kpi << ": " << r;
+    }
 
     // Lines "<fd> <target>", their ends escaped in the records file.
     std::set<int> standard;
