@@ -52,9 +52,10 @@ class TempDir {
     std::string path;
 };
 
-TEST(SandboxTest, RootIsACopyOfTheImage) {
+// The image is copied, and its build.prop with the --prop overrides is the properties file.
+TEST(SandboxTest, RootIsACopyOfTheImageWithPropOverrides) {
     TempDir image, host_tmp;
-    tarn_test::write_file(image.path + "/build.prop", "ro.x=1\n");
+    tarn_test::write_file(image.path + "/build.prop", "ro.x=1\nro.y=2\n");
     tarn_test::write_file(image.path + "/proc/stat", "cpu  1 2 3\n");
     tarn_test::write_file(image.path + "/sys/devices/system/cpu/cpufreq/policy0/scaling_cur_freq",
                           "1000\n");
@@ -69,7 +70,7 @@ TEST(SandboxTest, RootIsACopyOfTheImage) {
     tarn_test::write_file(host_tmp.path + "/marker", "x");
     std::string out, err;
     ASSERT_EQ(0,
-              run_sim(image.path, {},
+              run_sim(image.path, {"--prop", "ro.x=9", "--prop", "new.key=a=b"},
                       {"/bin/sh", "-c",
                        "cat /build.prop /proc/stat; readlink /sys/devices/system/cpu/cpu0/cpufreq;"
                        "cat /sys/devices/system/cpu/cpu0/cpufreq/scaling_cur_freq; "
@@ -78,10 +79,13 @@ TEST(SandboxTest, RootIsACopyOfTheImage) {
                        "test -d /dev/socket && test -x " +
                            sim_path() + " && test ! -e " + host_tmp.path +
                            "/marker && test ! -w /etc && test ! -w /usr && "
-                           "echo ok"},
+                           "echo ok; cat \"$TARN_HOST_PROPERTIES\""},
                       &out, &err))
         << err;
-    EXPECT_EQ("ro.x=1\ncpu  1 2 3\n../cpufreq/policy0\n1000\n0 644\n1 600\nok\n", out);
+    EXPECT_EQ(
+        "ro.x=1\nro.y=2\ncpu  1 2 3\n../cpufreq/policy0\n1000\n0 644\n1 600\nok\n"
+        "ro.x=9\nro.y=2\nnew.key=a=b\n",
+        out);
 }
 
 TEST(SandboxTest, EachRunGetsAFreshRoot) {
@@ -147,21 +151,10 @@ TEST(SandboxTest, RunOptionErrorsAreUsageErrors) {
     EXPECT_TRUE(contains(err, "cannot run -x")) << err;
 }
 
-TEST(SandboxTest, PropertiesAreTheImageBuildPropWithPropOverrides) {
-    std::string out, err;
-    ASSERT_EQ(0, run_shell("cat \"$TARN_HOST_PROPERTIES\"", &out, &err,
-                           {"--prop", "ro.product.model=FX-2", "--prop", "new.key=a=b"}))
-        << err;
-    EXPECT_EQ(
-        "# Minimal device for tests that build their own nodes.\n"
-        "ro.product.manufacturer=Fixturemaker\nro.product.model=FX-2\n"
-        "ro.boot.serialno=FX0000000001\nnew.key=a=b\n",
-        out);
-}
-
 TEST(ServicesTest, RoundTripsThroughTheStandIns) {
     SimOptions opts;
     opts.image = kBare;
+    opts.timestamps = true;
     SimRun sim(opts, {kProbe, "pool-first"});
     ASSERT_TRUE(sim.wait_for_log("probe: register ok=1 ret=0")) << sim.log();
     EXPECT_TRUE(contains(sim.log(), "probe: registered=1"));
@@ -194,7 +187,16 @@ TEST(ServicesTest, RoundTripsThroughTheStandIns) {
         sim.wait_for_records([](const std::vector<std::string>& r) { return r.size() >= 3; }));
     std::vector<std::string> expected = {"77\t\\x08\\x05",
                                          "77\ta\\\\b\\nc\\td\\re\\x01\\x1f\\x7f\x80\xff z", "77\t"};
-    EXPECT_EQ(expected, sim.records());
+    // With --timestamps: seconds since the start with milliseconds, a tab, then the line as
+    // without the option.
+    std::vector<std::string> records;
+    for (const std::string& line : sim.records()) {
+        size_t tab = line.find('\t');
+        EXPECT_TRUE(std::regex_match(line.substr(0, tab), std::regex("[0-9]+\\.[0-9]{3}"))) << line;
+        EXPECT_LT(std::stod(line), 600.0) << line;
+        records.push_back(line.substr(tab + 1));
+    }
+    EXPECT_EQ(expected, records);
 
     // Stopping closes the binder connection: joinThreadPool returns, later calls fail, and the
     // probe exits normally and deregisters.
@@ -206,20 +208,6 @@ TEST(ServicesTest, RoundTripsThroughTheStandIns) {
     EXPECT_TRUE(contains(sim.log(), "no simulator is running at " + sim.root())) << sim.log();
 }
 
-TEST(ServicesTest, TimestampsPrecedeTheRecordsLineWhenAsked) {
-    SimOptions opts;
-    opts.image = kBare;
-    opts.timestamps = true;
-    SimRun sim(opts, {kProbe, "pool-first"});
-    ASSERT_TRUE(sim.wait_for_log("probe: register ok=1 ret=0")) << sim.log();
-    ASSERT_EQ(0, sim.control({"campaign", "start", "--text", "version: 5"}));
-    ASSERT_TRUE(sim.wait_for_records([](const std::vector<std::string>& r) { return !r.empty(); }));
-    // Seconds since the start with milliseconds, a tab, then the line as without the option.
-    std::string line = sim.records()[0];
-    EXPECT_TRUE(std::regex_match(line, std::regex("[0-9]+\\.[0-9]{3}\t77\t\\\\x08\\\\x05"))) << line;
-    EXPECT_LT(std::stod(line), 600.0) << line;
-}
-
 // Gone, or a zombie that nobody has reaped yet.
 bool process_gone(const std::string& pid) {
     std::string stat = tarn_test::read_file("/proc/" + pid + "/stat");
@@ -227,7 +215,7 @@ bool process_gone(const std::string& pid) {
     return paren == std::string::npos || stat[paren + 2] == 'Z';
 }
 
-TEST(ServicesTest, DurationAndSignalsEndTheCommand) {
+TEST(ServicesTest, DurationAndSignalsEndTheCommandAndControlErrorsAreReported) {
     SimOptions opts;
     opts.image = kBare;
     opts.duration = 1;
@@ -236,9 +224,11 @@ TEST(ServicesTest, DurationAndSignalsEndTheCommand) {
     EXPECT_TRUE(contains(timed.log(), "probe: join returned")) << timed.log();
 
     opts.duration = 0;
+    opts.perf_hal = false;
 
     // A command with no binder connection to lose ignores the stop; a second signal ends the wait
-    // at once and kills it together with the processes it started.
+    // at once and kills it together with the processes it started. Before that, control commands
+    // that cannot be done are refused with their reason.
     SimRun stubborn(opts, {"/bin/sh", "-c", "sleep 600 & echo $! > /helper; wait"});
     std::string helper;
     ASSERT_TRUE(tarn_test::wait_until([&] {
@@ -246,19 +236,6 @@ TEST(ServicesTest, DurationAndSignalsEndTheCommand) {
         return helper.size() > 1 && helper.back() == '\n';
     }));
     helper.pop_back();
-    kill(stubborn.pid(), SIGTERM);
-    ASSERT_TRUE(stubborn.wait_for_log("stopping (SIGTERM)"));
-    kill(stubborn.pid(), SIGINT);
-    EXPECT_EQ(128 + SIGKILL, stubborn.wait_exit());
-    EXPECT_FALSE(contains(stubborn.log(), "did not end within")) << stubborn.log();
-    EXPECT_TRUE(tarn_test::wait_until([&] { return process_gone(helper); })) << helper;
-}
-
-TEST(ControlTest, ErrorsAreReported) {
-    SimOptions opts;
-    opts.image = kBare;
-    opts.perf_hal = false;
-    SimRun sim(opts, {"/bin/sh", "-c", "while [ ! -e /done ]; do sleep 0.05; done"});
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"campaign", "start", "--text", "no_such_field: 1"}, "bad campaign text: line 1 column"},
         {{"campaign", "start", "--text", "version: 1", "--verbose"},
@@ -268,11 +245,15 @@ TEST(ControlTest, ErrorsAreReported) {
         {{"hint", "12abc", "x"}, "not a 32-bit number: 12abc"},
         {{"hint", "1", "x"}, "the perf HAL is off"}};
     for (const auto& c : cases) {
-        EXPECT_NE(0, sim.control(c.first)) << c.second;
-        EXPECT_TRUE(contains(sim.log(), c.second)) << sim.log();
+        EXPECT_NE(0, stubborn.control(c.first)) << c.second;
+        EXPECT_TRUE(contains(stubborn.log(), c.second)) << stubborn.log();
     }
-    tarn_test::write_file(sim.root() + "/done", "");
-    EXPECT_EQ(0, sim.wait_exit());
+    kill(stubborn.pid(), SIGTERM);
+    ASSERT_TRUE(stubborn.wait_for_log("stopping (SIGTERM)"));
+    kill(stubborn.pid(), SIGINT);
+    EXPECT_EQ(128 + SIGKILL, stubborn.wait_exit());
+    EXPECT_FALSE(contains(stubborn.log(), "did not end within")) << stubborn.log();
+    EXPECT_TRUE(tarn_test::wait_until([&] { return process_gone(helper); })) << helper;
 }
 
 }  // namespace
