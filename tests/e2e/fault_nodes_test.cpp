@@ -140,17 +140,16 @@ std::vector<Step> all_steps() {
     return steps;
 }
 
+// Each step disturbs one group of nodes at a time and checks every other collector, among them
+// those of the group before, which was restored just before. The long form adds each node alone.
 TEST(FaultE2E, BadNodesLeaveTheOtherCollectorsAndRecover) {
     tarn_fault::Daemon d;
     ASSERT_NO_FATAL_FAILURE(d.settle());
-    const std::string& root = d.sim.root();
-    Disturbance a(root, kHalfA), b(root, kHalfB);
-    const std::set<int> others_of_a = d.kpis_except(kpis_of(kHalfA));
-    const std::set<int> others_of_b = d.kpis_except(kpis_of(kHalfB));
-
-    // Each step disturbs one half and checks the other, which was restored just before and so
-    // must also be back to its steady records.
-    const std::vector<Step> steps = all_steps();
+    std::vector<std::vector<Node>> groups = {kHalfA, kHalfB};
+    if (tarn_fault::long_form()) {
+        for (const auto& half : {kHalfA, kHalfB})
+            for (const Node& n : half) groups.push_back({n});
+    }
 
     // Where bad input has a settled outcome, the disturbed collector's last record shows it: an
     // empty battery file reads as zeros, a brightness that is not a number as 0, an empty frame
@@ -176,35 +175,15 @@ TEST(FaultE2E, BadNodesLeaveTheOtherCollectorsAndRecover) {
                 << s.what << ": KPI " << kv.first << " gave " << last.substr(0, 200);
         }
     };
-    for (const Step& s : steps) {
-        s.apply(a);
-        d.expect_steady(others_of_a, "first half " + s.what);
-        expect_settled(s, kpis_of(kHalfA));
-        s.undo(a);
-        s.apply(b);
-        d.expect_steady(others_of_b, "second half " + s.what);
-        expect_settled(s, kpis_of(kHalfB));
-        s.undo(b);
-        if (HasFatalFailure()) return;
-    }
-    d.expect_steady(d.kpis_except({}), "all restored");
-    EXPECT_EQ(0, d.sim.stop());
-}
-
-// Long form: each node alone, every other collector checked.
-TEST(FaultE2E, EachBadNodeAloneLeavesEveryOtherCollector) {
-    if (!tarn_fault::long_form()) GTEST_SKIP() << "long form only (TARN_FAULT_LONG=1)";
-    tarn_fault::Daemon d;
-    ASSERT_NO_FATAL_FAILURE(d.settle());
-    std::vector<Node> nodes = kHalfA;
-    nodes.insert(nodes.end(), kHalfB.begin(), kHalfB.end());
-    for (const Node& n : nodes) {
-        Disturbance x(d.sim.root(), {n});
-        const std::set<int> others = d.kpis_except(n.kpis);
-        for (const Step& s : all_steps()) {
-            s.apply(x);
-            d.expect_steady(others, std::string(n.path) + " " + s.what, 2);
-            s.undo(x);
+    std::vector<Disturbance> disturbances;
+    for (const std::vector<Node>& group : groups) disturbances.emplace_back(d.sim.root(), group);
+    for (const Step& s : all_steps()) {
+        for (size_t g = 0; g < groups.size(); ++g) {
+            const std::set<int> disturbed = kpis_of(groups[g]);
+            s.apply(disturbances[g]);
+            d.expect_steady(d.kpis_except(disturbed), std::string(groups[g][0].path) + " " + s.what);
+            expect_settled(s, disturbed);
+            s.undo(disturbances[g]);
             if (HasFatalFailure()) return;
         }
     }
