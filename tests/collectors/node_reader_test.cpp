@@ -124,22 +124,13 @@ TEST(MemStream, ConversionsMatchScanf) {
 
 class NodeRead : public ::testing::Test {
   protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/node_readerXXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir = tmpl;
-        path = dir + "/node";
-    }
-    void TearDown() override {
-        unlink(path.c_str());
-        rmdir(dir.c_str());
-    }
     string read(size_t size = NODE_BUF_LEN) {
         std::vector<char> buf(size);
         ssize_t n = node_read_path(path.c_str(), buf.data(), size);
         return n < 0 ? "(none)" : string(buf.data(), (size_t)n);
     }
-    string dir, path;
+    tarn_test::TempDir tmp;
+    string dir = tmp.path, path = dir + "/node";
 };
 
 // Whole content from the start whatever its size: a node that grows past a page is read whole,

@@ -73,12 +73,10 @@ int run_command(const std::vector<std::string>& argv, std::string* out, std::str
 }
 
 SimRun::SimRun(const SimOptions& opts, const std::vector<std::string>& command) {
-    char tmpl[] = "/tmp/tarn_simrun.XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) return;
-    mTmp = tmpl;
-    mRoot = mTmp + "/root";
-    mRecords = mTmp + "/records.txt";
-    mLog = mTmp + "/log.txt";
+    if (mTmp.path.empty()) return;
+    mRoot = mTmp.path + "/root";
+    mRecords = mTmp.path + "/records.txt";
+    mLog = mTmp.path + "/log.txt";
     write_file(mRecords, "");
 
     std::vector<std::string> argv = {sim_path(), "run", "--image",   opts.image,
@@ -128,7 +126,6 @@ SimRun::~SimRun() {
             break;
         }
     }
-    if (!mTmp.empty()) run_command({"/bin/rm", "-rf", mTmp});
 }
 
 std::vector<std::string> SimRun::records() const {

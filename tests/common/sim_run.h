@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "common/test_util.h"
+
 namespace tarn_test {
 
 std::string sim_path();     // build/tarn_sim of this build
@@ -60,7 +62,8 @@ class SimRun {
     int stop();
 
   private:
-    std::string mTmp, mRoot, mRecords, mLog;
+    TempDir mTmp;
+    std::string mRoot, mRecords, mLog;
     int mPid = -1;
     int mStatus = -1;
 };

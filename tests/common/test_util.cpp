@@ -1,8 +1,10 @@
 #include "common/test_util.h"
 
 #include <errno.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -46,6 +48,16 @@ bool wait_until(const std::function<bool()>& cond, std::chrono::milliseconds tim
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return true;
+}
+
+TempDir::TempDir() {
+    char tmpl[] = "/tmp/tarn_test.XXXXXX";
+    if (mkdtemp(tmpl) != nullptr) path = tmpl;
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    if (!path.empty()) std::filesystem::remove_all(path, ec);
 }
 
 }  // namespace tarn_test

@@ -19,4 +19,13 @@ std::vector<std::string> split_lines(const std::string& text);
 bool wait_until(const std::function<bool()>& cond,
                 std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
+// A new directory under /tmp ("" when none could be made), removed with its content at the end.
+struct TempDir {
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    std::string path;
+};
+
 }  // namespace tarn_test

@@ -18,6 +18,7 @@ using tarn_test::run_command;
 using tarn_test::sim_path;
 using tarn_test::SimOptions;
 using tarn_test::SimRun;
+using tarn_test::TempDir;
 
 const std::string kBare = TARN_SOURCE_DIR "/tests/fixtures/bare";
 const std::string kProbe = TARN_BINARY_DIR "/sim_probe";
@@ -42,17 +43,6 @@ int run_shell(const std::string& script, std::string* out, std::string* err = nu
     return run_sim(kBare, options, {"/bin/sh", "-c", script}, out, err);
 }
 
-class TempDir {
-  public:
-    TempDir() {
-        char tmpl[] = "/tmp/tarn_simtest.XXXXXX";
-        path = mkdtemp(tmpl) != nullptr ? tmpl : "";
-    }
-    ~TempDir() { run_command({"/bin/rm", "-rf", path}); }
-    std::string path;
-};
-
-// The image is copied, and its build.prop with the --prop overrides is the properties file.
 TEST(SandboxTest, RootIsACopyOfTheImageWithPropOverrides) {
     TempDir image, host_tmp;
     tarn_test::write_file(image.path + "/build.prop", "ro.x=1\nro.y=2\n");
