@@ -33,9 +33,6 @@ std::string capture_stderr(Fn fn) {
     return text;
 }
 
-// The device's log reader knows the priorities by number.
-static_assert(ANDROID_LOG_DEBUG == 3 && ANDROID_LOG_WARN == 5 && ANDROID_LOG_ERROR == 6, "");
-
 const std::regex kLine(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +(\d+) +(\d+) ([VDIWEF?]) (\S+) *: (.*))");
 
 __attribute__((format(printf, 2, 3))) void vprint(int prio, const char* fmt, ...) {
