@@ -20,34 +20,30 @@ class Battery : public ::testing::Test {
     static void SetUpTestSuite() { start_core(); }
 };
 
-TEST_F(Battery, RecordFollowsTheFileFromItsStart) {
-    EXPECT_EQ(battery("POWER_SUPPLY_NAME=battery\n"
-                      "POWER_SUPPLY_STATUS=Charging\n"
-                      "POWER_SUPPLY_CAPACITY=100\n"
-                      "POWER_SUPPLY_TEMP=301\n"
-                      "POWER_SUPPLY_VOLTAGE_NOW=4350000\n"
-                      "POWER_SUPPLY_CURRENT_NOW=-350000\n"
-                      // Keys that only begin with a known name, and a repeated key.
-                      "POWER_SUPPLY_TEMP_AMBIENT=999\n"
-                      "POWER_SUPPLY_VOLTAGE_NOW_MAX=4450000\n"
-                      "POWER_SUPPLY_CAPACITY=99\n"),
-              "battery,99,4350000,-350000,301,Charging");
-    // A shorter rewrite in place: nothing of the old content leaks into the next sample.
-    EXPECT_EQ(battery("POWER_SUPPLY_STATUS=Full\nPOWER_SUPPLY_CAPACITY=100\n"),
-              "battery,100,0,0,0,Full");
-    EXPECT_EQ(battery(""), "battery,0,0,0,0,");
-}
-
-TEST_F(Battery, MalformedAndOverlongLinesAreSteppedOver) {
-    // The rest of an overlong key must not be read as a key of its own.
-    EXPECT_EQ(battery("=orphan value\n"
-                      "POWER_SUPPLY_CAPACITY=\n"
-                      "no separator here\n"
-                      "POWER_SUPPLY_TEMP=287\n" +
-                      std::string(99, 'K') + "POWER_SUPPLY_TEMP=1\n" +
-                      "POWER_SUPPLY_VOLTAGE_NOW=3800000\n"
-                      "POWER_SUPPLY_CURRENT_NOW=-120000"),  // no final newline
-              "battery,0,3800000,-120000,287,");
+TEST_F(Battery, RecordFollowsTheFileFromItsStartSteppingOverBadLines) {
+    const std::pair<std::string, const char*> kCases[] = {
+        {"POWER_SUPPLY_NAME=battery\n"
+         "POWER_SUPPLY_STATUS=Charging\n"
+         "POWER_SUPPLY_CAPACITY=100\n"
+         "POWER_SUPPLY_TEMP=301\n"
+         "POWER_SUPPLY_VOLTAGE_NOW=4350000\n"
+         "POWER_SUPPLY_CURRENT_NOW=-350000\n"
+         // Keys that only begin with a known name, and a repeated key.
+         "POWER_SUPPLY_TEMP_AMBIENT=999\n"
+         "POWER_SUPPLY_VOLTAGE_NOW_MAX=4450000\n"
+         "POWER_SUPPLY_CAPACITY=99\n",
+         "battery,99,4350000,-350000,301,Charging"},
+        // A shorter rewrite in place: nothing of the old content leaks into the next sample.
+        {"POWER_SUPPLY_STATUS=Full\nPOWER_SUPPLY_CAPACITY=100\n", "battery,100,0,0,0,Full"},
+        {"", "battery,0,0,0,0,"},
+        // The rest of an overlong key must not be read as a key of its own.
+        {"=orphan value\nPOWER_SUPPLY_CAPACITY=\nno separator here\nPOWER_SUPPLY_TEMP=287\n" +
+             std::string(99, 'K') +
+             "POWER_SUPPLY_TEMP=1\nPOWER_SUPPLY_VOLTAGE_NOW=3800000\n"
+             "POWER_SUPPLY_CURRENT_NOW=-120000",  // no final newline
+         "battery,0,3800000,-120000,287,"},
+    };
+    for (const auto& [uevent, record] : kCases) EXPECT_EQ(battery(uevent), record) << uevent;
 
     // The status keeps 99 characters and the record is cut to 99, but the result is the length
     // that the record would have had.
