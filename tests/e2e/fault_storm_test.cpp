@@ -1,7 +1,7 @@
-// The real daemon, every collector at period 1, against hostile crash directories, then a storm
-// of campaigns, start/stop alternations and hints, then a stop in the middle of a tick. The
-// daemon stays up with its descriptors, never ships what a link points at, keeps reporting and
-// ends with status 0.
+// The real daemon, every collector at period 1, ships the phone's crash and status files once,
+// then meets hostile crash directories, then a storm of campaigns, start/stop alternations and
+// hints, then a stop in the middle of a tick. The daemon stays up with its descriptors, never
+// ships what a link points at, keeps reporting and ends with status 0.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -23,10 +23,34 @@ bool any_contains(const std::vector<std::string>& lines, const std::string& need
     return false;
 }
 
-TEST(FaultE2E, HostileCrashDirectories) {
+TEST(FaultE2E, PhoneBacklogShippedOnceThenHostileCrashDirectories) {
     tarn_fault::Daemon d;
     ASSERT_NO_FATAL_FAILURE(d.settle());
     const std::string dir = d.sim.root() + "/data/tombstones";
+
+    // By now the phone's backlog is out: one file of each kind per tick, status before tombstone
+    // before ANR, each once (the path follows the header's five fields and the application name),
+    // and the shipped ones are marked.
+    std::vector<std::string> kpis;
+    std::map<std::string, std::multiset<std::string>> paths;
+    for (const std::string& r : d.sim.records()) {
+        if (r.rfind("200", 0) != 0) continue;
+        size_t start = 0;
+        for (int i = 0; i < 6; i++) start = r.find(',', start) + 1;
+        kpis.push_back(r.substr(0, r.find('\t')));
+        paths[kpis.back()].insert(r.substr(start, r.find(',', start) - start));
+    }
+    EXPECT_EQ(kpis, (std::vector<std::string>{"2000", "2001", "2002", "2000", "2001"}));
+    EXPECT_EQ(paths,
+              (std::map<std::string, std::multiset<std::string>>{
+                  {"2000",
+                   {"/sdcard/Perfdump/status_20240311_101502.txt",
+                    "/sdcard/Perfdump/boot1/status_boot_000.txt"}},
+                  {"2001", {"/data/tombstones/tombstone_01", "/data/tombstones/tombstone_02"}},
+                  {"2002", {"/data/anr/anr_2024-03-11-10-20-33-118"}}}));
+    for (const char* name : {"tombstone_01_readed", "tombstone_02_readed", "tombstone_01.pb"})
+        EXPECT_EQ(access((dir + "/" + name).c_str(), F_OK), 0) << name;
+
     write_file(d.sim.root() + "/data/secret.txt", kSecret);
     ASSERT_EQ(0, symlink("/data/secret.txt", (dir + "/tombstone_link_abs").c_str()));
     ASSERT_EQ(0, symlink("../secret.txt", (dir + "/tombstone_link_rel").c_str()));
