@@ -26,7 +26,6 @@
 
 #define CLUSTER_SLOTS 8
 #define REPORTED_SLOTS 7  // the eighth slot is opened but never reported
-#define MAX_FREQ_STEPS CPU_FREQ_STEPS
 #define MAX_CPUS 8
 #define NO_POLICY 2147483647
 #define PATH_BUFLEN 4096
@@ -45,12 +44,12 @@ struct cpu_kept {
     int32_t cluster[CLUSTER_SLOTS];  // policy numbers, NO_POLICY in unused slots
     uint32_t cpu_min;
     uint32_t cpu_count;
-    uint64_t cluster_freq_list[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+    uint64_t cluster_freq_list[CLUSTER_SLOTS][CPU_FREQ_STEPS];
     int32_t freq_num[CLUSTER_SLOTS];
-    uint64_t cluster_cap_list[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+    uint64_t cluster_cap_list[CLUSTER_SLOTS][CPU_FREQ_STEPS];
     uint64_t cluster_avg_freq[CLUSTER_SLOTS];
     // Cumulative time of each time_in_state line at the previous reading, by line position.
-    uint64_t step_time[CLUSTER_SLOTS][MAX_FREQ_STEPS];
+    uint64_t step_time[CLUSTER_SLOTS][CPU_FREQ_STEPS];
     cpu_counters counters[MAX_CPUS];
 };
 
@@ -180,14 +179,14 @@ int cpu_parse_freq_list(const char* data, size_t len, uint64_t* list) {
     mem_stream in = mem_open(data, len);
     int n = 0;
     unsigned long long value = 0;
-    while (n < MAX_FREQ_STEPS && mem_scan_ull(&in, &value) == 1) list[n++] = (unsigned int)value;
+    while (n < CPU_FREQ_STEPS && mem_scan_ull(&in, &value) == 1) list[n++] = (unsigned int)value;
     return n;
 }
 
 // One weight in 1..100 per frequency step: the step's share of the last listed frequency scaled
 // by the capacity of the cluster's first CPU (capacity 1024 is the biggest CPU of the system).
 static void InitClusterCapacityList(int slot) {
-    int n = std::min<int32_t>(g_cpu.freq_num[slot], MAX_FREQ_STEPS);
+    int n = std::min<int32_t>(g_cpu.freq_num[slot], CPU_FREQ_STEPS);
     uint64_t fmax = n > 0 ? g_cpu.cluster_freq_list[slot][n - 1] : 0;
 
     char path[PATH_BUFLEN];
@@ -240,7 +239,7 @@ uint64_t cpu_parse_time_in_state(int slot, const char* data, size_t len, uint64_
     uint64_t total = 0;
     *weighted = 0;
     if (slot < 0 || slot >= CLUSTER_SLOTS) return 0;
-    for (int j = 0; j < MAX_FREQ_STEPS; j++) {
+    for (int j = 0; j < CPU_FREQ_STEPS; j++) {
         // "%llu %llu": frequency and cumulative time; the frequency is matched by position.
         unsigned long long freq = 0, time = 0;
         if (mem_scan_ull(&in, &freq) != 1) break;
@@ -269,7 +268,7 @@ static int get_cpus_time_in_state(int slot, record* rec) {
     uint64_t total = cpu_parse_time_in_state(slot, node, (size_t)len, &weighted);
     uint64_t avg = total != 0 ? weighted / total : 0;
 
-    int steps = std::min<int32_t>(g_cpu.freq_num[slot], MAX_FREQ_STEPS);
+    int steps = std::min<int32_t>(g_cpu.freq_num[slot], CPU_FREQ_STEPS);
     for (int j = 0; j < steps; j++) {
         if (g_cpu.cluster_cap_list[slot][j] >= avg) {
             g_cpu.cluster_avg_freq[slot] = g_cpu.cluster_freq_list[slot][j];
