@@ -110,10 +110,16 @@ static int scan_type(mem_stream* in, char* name, char* next) {
     return 2;
 }
 
-// A name that does not fit into the buffer counts as unreadable: matching only its beginning
-// could put the node into the wrong group (a cut-off "_kr" suffix, for one).
-static bool type_fits(char next) {
-    return next == '\0' || isspace(static_cast<unsigned char>(next));
+#define TYPE_EMPTY (-1)
+#define TYPE_TOO_LONG (-2)
+
+// What a type scan gave: 0 for a name, TYPE_EMPTY when there is none, TYPE_TOO_LONG when the name
+// did not fit into the buffer. A name that does not fit counts as unreadable: matching only its
+// beginning could put the node into the wrong group (a cut-off "_kr" suffix, for one).
+static int type_verdict(const char* name, char next) {
+    if (name[0] == '\0') return TYPE_EMPTY;
+    if (next != '\0' && !isspace(static_cast<unsigned char>(next))) return TYPE_TOO_LONG;
+    return 0;
 }
 
 int thermal_parse_i32(const char* data, size_t len, int32_t* value) {
@@ -135,8 +141,8 @@ int thermal_parse_type(const char* data, size_t len, char* name) {
     char next = '\0';
     name[0] = '\0';
     mem_stream in = mem_open(data, len);
-    if (scan_type(&in, name, &next) < 0 || name[0] == '\0' || !type_fits(next)) return -1;
-    return 0;
+    if (scan_type(&in, name, &next) < 0) return -1;
+    return type_verdict(name, next) == 0 ? 0 : -1;
 }
 
 // Reads the one-word type name of a zone or cooling device into `name`.
@@ -146,12 +152,9 @@ static int32_t thermal_read_type(const char* path, char (&name)[THERMAL_NAME_LEN
     int32_t ret =
         thermal_scan_node(path, [&](mem_stream* in) { return scan_type(in, name, &next); });
     if (ret < 0) return ret;
-    if (name[0] == '\0') return -1;
-    if (!type_fits(next)) {
-        TLOGE("type name too long in %s\n", path);
-        return -1;
-    }
-    return 0;
+    int verdict = type_verdict(name, next);
+    if (verdict == TYPE_TOO_LONG) TLOGE("type name too long in %s\n", path);
+    return verdict == 0 ? 0 : -1;
 }
 
 // Number of directories in the thermal class directory, "." and ".." excluded; 0 when it cannot
