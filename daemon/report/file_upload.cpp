@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -61,19 +62,17 @@ bool compose_found_path(const char* cwd, const char* dir, const char* name, char
     return true;
 }
 
-FILE* open_regular_file(const char* path) {
+int open_regular_file(const char* path) {
     // O_NONBLOCK keeps an open of a FIFO from waiting for a writer; O_NOFOLLOW refuses a symlink
     // put in place of the file after the directory was read.
     int fd = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return nullptr;
+    if (fd < 0) return -1;
     struct stat st;
     if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
         close(fd);
-        return nullptr;
+        return -1;
     }
-    FILE* fp = fdopen(fd, "r");
-    if (fp == nullptr) close(fd);
-    return fp;
+    return fd;
 }
 
 int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out,
@@ -141,8 +140,8 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
         return -1;
     }
 
-    FILE* fp = open_regular_file(path);
-    if (fp == nullptr) {
+    int fd = open_regular_file(path);
+    if (fd < 0) {
         TLOGW("ERROR: %s file not exist !\n", path);
         return -1;
     }
@@ -152,9 +151,18 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     path[path_len++] = ',';
     // The path and its comma open the buffer; the content follows, so no NUL goes after the comma.
     memcpy(g_file_buf, path, path_len);  // NOLINT(bugprone-not-null-terminated-result)
-    size_t nread = fread(g_file_buf + path_len, 1, kFileBufSize - path_len - kFileReadReserve, fp);
+    // Reads until the end of the file or until the room is full; a read error keeps what was read
+    // before it.
+    const size_t room = kFileBufSize - path_len - kFileReadReserve;
+    size_t nread = 0;
+    while (nread < room) {
+        ssize_t n = read(fd, g_file_buf + path_len + nread, room - nread);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        nread += static_cast<size_t>(n);
+    }
     TLOGW("file read: %d bytes\n", static_cast<int>(nread));
-    (void)fclose(fp);
+    close(fd);
 
     int32_t ret = PowerZELHelper::getInstance()->log_file(kpi_id, g_file_buf,
                                                           static_cast<uint32_t>(path_len + nread));

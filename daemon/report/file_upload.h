@@ -3,7 +3,6 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 
 #include <atomic>
 
@@ -49,5 +48,5 @@ bool file_name_qualifies(const char* name, const char* prefix, size_t prefix_len
 bool compose_found_path(const char* cwd, const char* dir, const char* name, char* path_out);
 
 // Opens `path` for reading only if it is a regular file at the moment of opening: a symlink is
-// not followed and a FIFO or device is never waited on. Returns null otherwise.
-FILE* open_regular_file(const char* path);
+// not followed and a FIFO or device is never waited on. Returns the descriptor, or -1 otherwise.
+int open_regular_file(const char* path);

@@ -141,8 +141,8 @@ TEST_F(FileUploadTest, NeverReadsThroughLinksFifosOrCutPaths) {
     EXPECT_EQ(listing(), (Names{fits + "_", too_long, "tombstone_link", "tombstone_fifo"}));
 
     // Swapped in after the scan: refused, and the FIFO without a writer does not block.
-    EXPECT_EQ(open_regular_file((kDir + "/tombstone_link").c_str()), nullptr);
-    EXPECT_EQ(open_regular_file((kDir + "/tombstone_fifo").c_str()), nullptr);
+    EXPECT_EQ(open_regular_file((kDir + "/tombstone_link").c_str()), -1);
+    EXPECT_EQ(open_regular_file((kDir + "/tombstone_fifo").c_str()), -1);
 }
 
 }  // namespace
