@@ -14,12 +14,12 @@
 #include <iostream>
 #include <mutex>
 
-#include "collectors/collectors.h"
-#include "core/collector_table.h"
-#include "core/device_properties.h"
-#include "core/power_bigdata_core.h"
-#include "core/tarn_log.h"
-#include "report/zel_helper.h"
+#include "collector_table.h"
+#include "collectors.h"
+#include "device_properties.h"
+#include "power_bigdata_core.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 namespace {
 
@@ -164,6 +164,7 @@ int main(int argc, char** argv) {
     // node table) once, outside the timed loops; its worker stays parked at the start gate.
     DeviceProperties::getInstance();
     PowerZELHelper::getInstance();
+    connect_core_to_report();
     PowerBigDataCore::getInstance();
     soak();
 

@@ -8,13 +8,13 @@
 #include <memory>
 #include <string>
 
-#include "core/device_properties.h"
-#include "core/power_bigdata_callback.h"
-#include "core/power_bigdata_core.h"
-#include "core/tarn_log.h"
+#include "campaign.h"
+#include "device_properties.h"
 #include "options.h"
-#include "report/campaign.h"
-#include "report/zel_helper.h"
+#include "power_bigdata_callback.h"
+#include "power_bigdata_core.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 using aidl::vendor::orv::hardware::perf2::IPerf;
 using aidl::vendor::orv::hardware::perf2::PowerBigDataCallback;
@@ -37,6 +37,7 @@ int main(int argc, char* argv[]) {
 
     DeviceProperties::getInstance();
     PowerZELHelper::getInstance();
+    connect_core_to_report();
     if (registerCollector() != 0) {
         TLOGE("registerCollector failed ret:%d", -1);
         return -1;

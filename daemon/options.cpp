@@ -10,9 +10,9 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "core/collector_table.h"
-#include "core/tarn_log.h"
-#include "report/zel_helper.h"
+#include "kpi_ids.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // level, the local record file and the start-at-once switch.
 #pragma once
 
-#include "core/interval_cfg.h"
+#include "interval_cfg.h"
 
 struct CommandLineConfig {
     PowerIntervalCfg power;

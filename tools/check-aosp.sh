@@ -17,7 +17,8 @@ protoc --cpp_out="$OUT/gen" -Idaemon/report daemon/report/tarn_stats.proto
 
 # Both are -I on purpose: a directory given with -isystem is searched after every -I directory,
 # so the stand-ins would win.
-flags=(-std=c++17 -Wall -Wextra -Wformat=2 -Wshadow -Werror -O1 -I"$AOSP_INC" -Idaemon -Iplatform/include
+flags=(-std=c++17 -Wall -Wextra -Wformat=2 -Wshadow -Werror -O1 -I"$AOSP_INC" -Idaemon -Idaemon/base -Idaemon/report
+       -Idaemon/collectors -Idaemon/sched -Iplatform/include
        -Iplatform/wire -I"$OUT/gen")
 export OUT
 compile() { # source [extra flags...]: one object per source, named after its path
@@ -37,7 +38,7 @@ printf '%s\n' "${daemon_srcs[@]}" "${standin_srcs[@]}" |
     xargs -P "$JOBS" -I{} bash -c 'compile "$@"' _ {} "${flags[@]}"
 
 # The genuine headers must be the ones compiled: ask the preprocessor which files it took.
-deps=$(clang++ "${flags[@]}" -M daemon/core/tarn_log.cpp daemon/core/device_properties.cpp)
+deps=$(clang++ "${flags[@]}" -M daemon/base/tarn_log.cpp daemon/base/device_properties.cpp)
 for header in log/log.h android/log.h cutils/properties.h; do
     if ! grep -q "$AOSP_INC/$header" <<<"$deps" || grep -q "platform/include/$header" <<<"$deps"; then
         echo "check-aosp: <$header> did not come from $AOSP_INC" >&2

@@ -6,13 +6,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "collectors/collectors.h"
-#include "collectors/fnode.h"
-#include "collectors/node_parsers.h"
-#include "collectors/node_reader.h"
-#include "core/kpi_ids.h"
-#include "core/tarn_log.h"
-#include "report/zel_helper.h"
+#include "collectors.h"
+#include "fnode.h"
+#include "kpi_ids.h"
+#include "node_parsers.h"
+#include "node_reader.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 #define BATTERY_UEVENT_PATH "/sys/class/power_supply/battery/uevent"
 

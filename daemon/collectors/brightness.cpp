@@ -1,7 +1,7 @@
 // Brightness collector: the panel backlight's raw level, one record per period under KPI 8.
-#include "collectors/collectors.h"
-#include "collectors/fnode.h"
-#include "core/kpi_ids.h"
+#include "collectors.h"
+#include "fnode.h"
+#include "kpi_ids.h"
 
 static int get_panel_brightness(record* rec) {
     return append_node_u32(FNODE_BRIGHTNESS, __func__, "cur_bri", rec);

@@ -26,8 +26,6 @@ int32_t collect_thermal_stats_hndl(uint64_t flag);
 int32_t collect_stability_info_init();
 int32_t collect_stability_info_exit();
 int32_t collect_stability_stats_hndl(uint64_t flag);
-// True between the stability collector's init and exit; file uploads do nothing while false.
-bool stability_ready();
 
 int32_t collect_mtbf_info_init();
 int32_t collect_mtbf_info_exit();

@@ -14,12 +14,12 @@
 
 #include <algorithm>
 
-#include "collectors/collectors.h"
-#include "collectors/fnode.h"
-#include "collectors/node_parsers.h"
-#include "collectors/node_reader.h"
-#include "core/kpi_ids.h"
-#include "core/tarn_log.h"
+#include "collectors.h"
+#include "fnode.h"
+#include "kpi_ids.h"
+#include "node_parsers.h"
+#include "node_reader.h"
+#include "tarn_log.h"
 
 #define CPUFREQ_DIR "/sys/devices/system/cpu/cpufreq/"
 #define CPU_POSSIBLE_PATH "/sys/devices/system/cpu/possible"

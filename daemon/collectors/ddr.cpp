@@ -1,8 +1,8 @@
 // DDR collector: the DDR bus's current frequency as the kernel writes it, one record per period
 // under KPI 5.
-#include "collectors/collectors.h"
-#include "collectors/fnode.h"
-#include "core/kpi_ids.h"
+#include "collectors.h"
+#include "fnode.h"
+#include "kpi_ids.h"
 
 static int get_ddr_cur_freq(record* rec) {
     return append_node_u32(FNODE_DDR_CUR_FREQ, __func__, "cur_freq", rec);

@@ -1,13 +1,13 @@
 #define TARN_LOG_TAG TAG_POWER
 
-#include "collectors/fnode.h"
+#include "fnode.h"
 
 #include <errno.h>
 #include <string.h>
 
-#include "collectors/node_parsers.h"
-#include "collectors/node_reader.h"
-#include "core/tarn_log.h"
+#include "node_parsers.h"
+#include "node_reader.h"
+#include "tarn_log.h"
 
 #define CPU_ROW(path) \
     { 3, nullptr, path }

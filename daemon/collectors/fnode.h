@@ -6,7 +6,7 @@
 #include <stdio.h>
 #include <sys/types.h>
 
-#include "collectors/record.h"
+#include "record.h"
 
 struct fnode {
     int32_t type;      // KPI id of the collector that reads the row; descriptive only

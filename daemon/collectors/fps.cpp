@@ -7,13 +7,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "collectors/collectors.h"
-#include "collectors/fnode.h"
-#include "collectors/node_parsers.h"
-#include "collectors/node_reader.h"
-#include "collectors/tokens.h"
-#include "core/kpi_ids.h"
-#include "core/tarn_log.h"
+#include "collectors.h"
+#include "fnode.h"
+#include "kpi_ids.h"
+#include "node_parsers.h"
+#include "node_reader.h"
+#include "tarn_log.h"
+#include "tokens.h"
 
 #define FPS_LINE_LEN 1024
 

@@ -6,12 +6,12 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "collectors/collectors.h"
-#include "collectors/fnode.h"
-#include "collectors/node_parsers.h"
-#include "collectors/node_reader.h"
-#include "core/kpi_ids.h"
-#include "core/tarn_log.h"
+#include "collectors.h"
+#include "fnode.h"
+#include "kpi_ids.h"
+#include "node_parsers.h"
+#include "node_reader.h"
+#include "tarn_log.h"
 
 #define MAX_GPU_ROWS 128
 #define GPU_LINE_LEN 1024

@@ -12,15 +12,15 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "collectors/collectors.h"
-#include "collectors/fnode.h"
-#include "collectors/node_parsers.h"
-#include "collectors/node_reader.h"
-#include "collectors/record.h"
-#include "collectors/text.h"
-#include "collectors/tokens.h"
-#include "core/kpi_ids.h"
-#include "core/tarn_log.h"
+#include "collectors.h"
+#include "fnode.h"
+#include "kpi_ids.h"
+#include "node_parsers.h"
+#include "node_reader.h"
+#include "record.h"
+#include "tarn_log.h"
+#include "text.h"
+#include "tokens.h"
 
 #define LPM_CPU_DOMAINS 8    // LPM rows 0 to 7
 #define LPM_IDLE_STATES 6    // S0 to S5

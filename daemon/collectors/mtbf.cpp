@@ -11,11 +11,11 @@
 
 #include <atomic>
 
-#include "collectors/collectors.h"
-#include "collectors/record.h"
-#include "core/device_properties.h"
-#include "core/kpi_ids.h"
-#include "core/tarn_log.h"
+#include "collectors.h"
+#include "device_properties.h"
+#include "kpi_ids.h"
+#include "record.h"
+#include "tarn_log.h"
 
 static std::atomic<bool> g_mtbf_ready{false};
 

@@ -7,10 +7,10 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "collectors/collectors.h"
-#include "collectors/record.h"
-#include "core/kpi_ids.h"
-#include "core/tarn_log.h"
+#include "collectors.h"
+#include "kpi_ids.h"
+#include "record.h"
+#include "tarn_log.h"
 
 #define PS_SCRIPT "/data/local/tmp/ps.sh"
 // A longer output line arrives in pieces of at most PS_LINE_LEN - 1 characters.

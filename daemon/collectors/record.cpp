@@ -1,12 +1,12 @@
 #define TARN_LOG_TAG tag
 
-#include "collectors/record.h"
+#include "record.h"
 
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
-#include "report/zel_helper.h"
+#include "zel_helper.h"
 
 record::record(char* b, int32_t size, const char* log_tag)
     : buf(b), len(size), use(0), tag(log_tag) {

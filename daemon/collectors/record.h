@@ -8,7 +8,7 @@
 
 #include <stdint.h>
 
-#include "core/tarn_log.h"
+#include "tarn_log.h"
 
 // Size of a handler's record buffer.
 #define RECORD_BUFLEN 4096

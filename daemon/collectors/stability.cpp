@@ -2,9 +2,9 @@
 // kind per call, through set_for_blob.
 #include <atomic>
 
-#include "collectors/collectors.h"
-#include "core/kpi_ids.h"
-#include "report/file_upload.h"
+#include "collectors.h"
+#include "file_upload.h"
+#include "kpi_ids.h"
 
 struct stability_kind {
     uint64_t bit;
@@ -19,10 +19,6 @@ static constexpr stability_kind kKinds[] = {
     {STABILITY_FLAG_TOMBSTONE, "/data/tombstones", "tombstone_", kpi::TOMBSTONE},
     {STABILITY_FLAG_ANR, "/data/anr", "anr_", kpi::ANR},
 };
-
-bool stability_ready() {
-    return g_stability_ready.load(std::memory_order_acquire);
-}
 
 int32_t collect_stability_info_init() {
     g_stability_ready.store(true, std::memory_order_release);

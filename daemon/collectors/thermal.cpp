@@ -17,13 +17,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "collectors/collectors.h"
-#include "collectors/node_parsers.h"
-#include "collectors/node_reader.h"
-#include "collectors/record.h"
-#include "collectors/thermal_groups.h"
-#include "core/kpi_ids.h"
-#include "core/tarn_log.h"
+#include "collectors.h"
+#include "kpi_ids.h"
+#include "node_parsers.h"
+#include "node_reader.h"
+#include "record.h"
+#include "tarn_log.h"
+#include "thermal_groups.h"
 
 #define THERMAL_CLASS_DIR "/sys/devices/virtual/thermal"
 #define THERMAL_ZONE_PREFIX THERMAL_CLASS_DIR "/thermal_zone"

@@ -1,4 +1,4 @@
-#include "collectors/thermal_groups.h"
+#include "thermal_groups.h"
 
 #include <string.h>
 

@@ -1,13 +1,13 @@
 #define TARN_LOG_TAG TAG_HELP
 
-#include "report/campaign.h"
+#include "campaign.h"
 
+#include <atomic>
 #include <climits>
 
-#include "core/power_bigdata_core.h"
-#include "core/tarn_log.h"
-#include "report/zel_helper.h"
+#include "tarn_log.h"
 #include "tarn_stats.pb.h"
+#include "zel_helper.h"
 
 zel_collector g_zel_collector = {
     TARN_COLLECTOR_NAME,     // name
@@ -20,6 +20,10 @@ zel_collector g_zel_collector = {
 };
 
 namespace {
+
+// Written once at start-up, before the SDK can call a handler.
+std::atomic<bool (*)(const CampaignIntervals&)> sStart{nullptr};
+std::atomic<void (*)()> sStop{nullptr};
 
 uint64_t low32(uint64_t flag) {
     return flag & 0xFFFFFFFFULL;
@@ -54,22 +58,9 @@ void campaign_to_intervals(const BigDataCampaignConfig& cfg, PowerIntervalCfg* p
     stability->tstab = period(s.sampling_period());
 }
 
-void PowerBigDataCore::setBigDataCfg(const BigDataCampaignConfig& cfg) {
-    PowerIntervalCfg power;
-    ThermalIntervalCfg thermal;
-    StabilityIntervalCfg stability;
-    campaign_to_intervals(cfg, &power, &thermal, &stability);
-
-    TLOGW_AT(TAG_TARN_STATS, __func__,
-             "power: enable_flag:0x%lX tcpu:%d tgpu:%d tbat:%d tddr:%d tlpm:%d",
-             static_cast<unsigned long>(power.enable_flag), power.tcpu, power.tgpu, power.tbat,
-             power.tddr, power.tlpm);
-    TLOGW_AT(TAG_TARN_STATS, __func__, "therm: enable_flag:0x%lX ttherm:%d",
-             static_cast<unsigned long>(thermal.enable_flag), thermal.ttherm);
-    TLOGW_AT(TAG_TARN_STATS, __func__, "stab: enable_flag:0x%lX tstab:%d",
-             static_cast<unsigned long>(stability.enable_flag), stability.tstab);
-
-    ConfigurePowerCoreParam(power, thermal, stability);
+void set_campaign_sink(CampaignSink sink) {
+    sStart.store(sink.start, std::memory_order_release);
+    sStop.store(sink.stop, std::memory_order_release);
 }
 
 int32_t start_campaign_handler(zel_collector* /*collector*/, const uint8_t* data, uint32_t size) {
@@ -80,18 +71,17 @@ int32_t start_campaign_handler(zel_collector* /*collector*/, const uint8_t* data
     TLOGW("start campaign called size:%d ret:%d", static_cast<int>(size), decoded ? 1 : 0);
     if (size == 0 || !decoded) return -1;
 
-    // A campaign that races the process's exit finds no core and is refused.
-    PowerBigDataCore::Ref core;
-    if (core.get() == nullptr) return -1;
-    core->setBigDataCfg(cfg);
-    core->startSampling();
-    return 0;
+    CampaignIntervals intervals;
+    campaign_to_intervals(cfg, &intervals.power, &intervals.thermal, &intervals.stability);
+    // A campaign that races the process's exit finds nothing to take it and is refused.
+    auto start = sStart.load(std::memory_order_acquire);
+    return start != nullptr && start(intervals) ? 0 : -1;
 }
 
 int32_t stop_campaign_handler(zel_collector* /*collector*/) {
     TLOGW("stop campaign called");
-    PowerBigDataCore::Ref core;
-    if (core.get() != nullptr) core->stopSampling();
+    auto stop = sStop.load(std::memory_order_acquire);
+    if (stop != nullptr) stop();
     return 0;
 }
 

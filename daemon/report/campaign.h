@@ -1,15 +1,34 @@
 // Campaigns from the telemetry SDK: the registration record with its start and stop handlers, and
-// the mapping of a decoded campaign onto the collector table's interval structures.
+// the mapping of a decoded campaign onto the collector table's interval structures. The handlers
+// decode; what a campaign does to the sampling is the sink's business, set at start-up.
 #pragma once
 
 #include <stdint.h>
 #include <vmk_sdk/zel.h>
 
-#include "core/interval_cfg.h"
+#include "interval_cfg.h"
 
 class BigDataCampaignConfig;
 
 #define TARN_COLLECTOR_NAME "core.pst.product_bigdata"
+
+// A decoded campaign's periods and flags.
+struct CampaignIntervals {
+    PowerIntervalCfg power;
+    ThermalIntervalCfg thermal;
+    StabilityIntervalCfg stability;
+};
+
+// What the daemon does with campaigns. start applies the periods and flags and opens the start
+// gate, and returns false when nothing can take them (the process is exiting); stop closes the
+// gate. Both are called on the SDK's threads.
+struct CampaignSink {
+    bool (*start)(const CampaignIntervals& intervals);
+    void (*stop)();
+};
+// Set once at start-up, before the collector registers with the SDK. Without a sink every
+// campaign is refused.
+void set_campaign_sink(CampaignSink sink);
 
 // Decodes `size` bytes of a BigDataCampaignConfig, applies it and starts sampling. 0 when the
 // campaign was taken; -1 for zero bytes or bytes that do not decode, and nothing changes.

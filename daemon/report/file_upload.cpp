@@ -4,7 +4,7 @@
 // every other upload, then the application name, the file's path and its content.
 #define TARN_LOG_TAG TAG_STABILITY
 
-#include "report/file_upload.h"
+#include "file_upload.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -14,8 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/tarn_log.h"
-#include "report/zel_helper.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 std::atomic<bool> g_stability_ready{false};
 

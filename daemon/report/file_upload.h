@@ -6,7 +6,7 @@
 
 #include <atomic>
 
-#include "report/zel_helper.h"
+#include "zel_helper.h"
 
 // A found path, the comma that follows it in the upload and the terminating NUL fit in this many
 // bytes; a file whose path would not fit is skipped by the search.

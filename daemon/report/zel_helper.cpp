@@ -1,6 +1,6 @@
 #define TARN_LOG_TAG TAG_HELP
 
-#include "report/zel_helper.h"
+#include "zel_helper.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -9,9 +9,8 @@
 
 #include <string>
 
-#include "core/device_properties.h"
-#include "core/power_bigdata_core.h"
-#include "core/tarn_log.h"
+#include "device_properties.h"
+#include "tarn_log.h"
 
 #define RECORD_BUF_SIZE 4096
 // Past this size the local record file is emptied and started again.
@@ -37,6 +36,8 @@ char sRecord[RECORD_BUF_SIZE];
 char sFileRecord[kFileBufSize];
 UploadBuffer sRecordUpload{sRecord, sizeof(sRecord), 0, "log_blob", false};
 UploadBuffer sFileUpload{sFileRecord, sizeof(sFileRecord), 0, "log_file", true};
+
+std::atomic<AppNameProvider> sAppNameProvider{nullptr};
 
 // Formats the record header (version, manufacturer, model, serial number, build id, each followed
 // by a comma) at the start of `buf`. Returns its length, at most size - 1.
@@ -79,7 +80,8 @@ int32_t upload_line(UploadBuffer* ub, uint32_t kpi_id, const char* data, size_t 
         ub->header_len = format_record_header(line, ub->size);
         TLOGW_FN(step, "First Start [%s] usesize:%d", line, static_cast<int>(ub->header_len));
     }
-    const std::string app = PowerBigDataCore::getInstance()->getAppName();
+    const AppNameProvider provider = sAppNameProvider.load(std::memory_order_acquire);
+    const std::string app = provider != nullptr ? provider() : std::string(DEFAULT_APP_NAME);
     size_t write = 0;
     const uint32_t size = frame_line(line, ub->size, ub->header_len, app.c_str(), data, len, &write);
 
@@ -112,6 +114,10 @@ uint32_t frame_line(char* line, size_t size, uint32_t header_len, const char* ap
     memcpy(line + head, data, write);
     *written = write;
     return static_cast<uint32_t>(head + write);
+}
+
+void set_app_name_provider(AppNameProvider provider) {
+    sAppNameProvider.store(provider, std::memory_order_release);
 }
 
 PowerZELHelper* PowerZELHelper::getInstance() {

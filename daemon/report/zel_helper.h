@@ -8,9 +8,12 @@
 #include <vmk_sdk/zel.h>
 
 #include <atomic>
+#include <string>
 
 #define TARN_STATS_VERSION "tarn-stats-v2.1"
 #define TARN_STATS_DATA_DIR "/data/vendor/tarn_stats"
+// The application named in every line until the first activity hint.
+#define DEFAULT_APP_NAME "com.android.launcher3"
 
 // Size of the buffer a file upload's line is framed in, and of the buffer the file is read into.
 constexpr size_t kFileBufSize = 131072;
@@ -27,6 +30,11 @@ extern std::atomic<zel_hndl_t> g_zel_hndl;
 // count of `data` bytes taken in *written.
 uint32_t frame_line(char* line, size_t size, uint32_t header_len, const char* app, const char* data,
                     size_t len, size_t* written);
+
+// The foreground application's name, as the line of every upload gives it. Set once at start-up,
+// before the first upload; without one the lines carry DEFAULT_APP_NAME.
+using AppNameProvider = std::string (*)();
+void set_app_name_provider(AppNameProvider provider);
 
 class PowerZELHelper {
   public:

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "collectors/power_fixture.h"
+#include "power_fixture.h"
 
 using namespace power_test;
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "collectors/power_fixture.h"
+#include "power_fixture.h"
 
 using namespace power_test;
 using U64s = std::vector<unsigned long long>;

@@ -5,8 +5,8 @@
 #include <map>
 #include <sstream>
 
-#include "collectors/fnode.h"
-#include "collectors/power_fixture.h"
+#include "fnode.h"
+#include "power_fixture.h"
 
 using tarn_test::write_file;
 using V = std::vector<std::string>;

@@ -1,6 +1,6 @@
 // Node reads without stdio: whole-node reads from offset 0, and line pieces and conversions from
 // memory that give what the C library's stream reads give on the same bytes.
-#include "collectors/node_reader.h"
+#include "node_reader.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>

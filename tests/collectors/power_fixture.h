@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "collectors/collectors.h"
+#include "collectors.h"
 #include "common/capture.h"
 #include "common/test_util.h"
-#include "core/power_bigdata_core.h"
-#include "core/tarn_log.h"
+#include "power_bigdata_core.h"
+#include "tarn_log.h"
 
 namespace power_test {
 

@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "collectors/power_fixture.h"
+#include "power_fixture.h"
 
 namespace {
 

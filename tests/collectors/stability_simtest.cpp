@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include "collectors/collectors.h"
+#include "collectors.h"
 #include "common/capture.h"
 #include "common/test_util.h"
-#include "core/tarn_log.h"
+#include "tarn_log.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "collectors/power_fixture.h"
+#include "power_fixture.h"
 
 using namespace power_test;
 using Rows = std::vector<std::pair<unsigned long long, unsigned long long>>;  // freq, time in ms

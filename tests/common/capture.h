@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "report/zel_helper.h"
+#include "zel_helper.h"
 
 namespace tarn_test {
 

@@ -1,5 +1,5 @@
 // The table walk and the configuration pass, on a table of the test's own with recording handlers.
-#include "core/collector_table.h"
+#include "collector_table.h"
 
 #include <gtest/gtest.h>
 

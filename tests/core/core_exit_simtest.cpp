@@ -11,10 +11,10 @@
 #include <memory>
 #include <thread>
 
-#include "core/power_bigdata_callback.h"
-#include "core/power_bigdata_core.h"
-#include "core/tarn_log.h"
-#include "report/campaign.h"
+#include "campaign.h"
+#include "power_bigdata_callback.h"
+#include "power_bigdata_core.h"
+#include "tarn_log.h"
 
 namespace {
 
@@ -39,6 +39,7 @@ void after_teardown() {
 void exit_under_calls() {
     atexit(after_teardown);
     g_debug_level = 7;
+    connect_core_to_report();
     PowerBigDataCore* core = PowerBigDataCore::getInstance();
     auto callback = ndk::SharedRefBase::make<PowerBigDataCallback>(core);
     for (int32_t hint : {0x1001, 0x1004}) {

@@ -1,5 +1,5 @@
 // The version-information parser and the debug-level property's conversion.
-#include "core/device_properties.h"
+#include "device_properties.h"
 
 #include <gtest/gtest.h>
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "core/tarn_log.h"
-#include "report/zel_helper.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include <string>
 
-#include "collectors/node_parsers.h"
 #include "node_fuzz.h"
+#include "node_parsers.h"
 
 namespace {
 

@@ -5,9 +5,10 @@
 #include <stdint.h>
 #include <stdlib.h>
 
-#include "core/collector_table.h"
-#include "core/tarn_log.h"
-#include "report/campaign.h"
+#include "campaign.h"
+#include "collector_table.h"
+#include "power_bigdata_core.h"
+#include "tarn_log.h"
 #include "tarn_stats.pb.h"
 
 namespace {
@@ -33,6 +34,7 @@ void check(bool ok) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     g_debug_level = 3;  // errors only: a warning per input would drown the fuzzer's output
+    connect_core_to_report();
     return 0;
 }
 

@@ -13,9 +13,9 @@
 
 #include <string>
 
-#include "collectors/collectors.h"
-#include "collectors/node_parsers.h"
+#include "collectors.h"
 #include "node_fuzz.h"
+#include "node_parsers.h"
 
 namespace {
 

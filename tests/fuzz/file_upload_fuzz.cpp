@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "report/file_upload.h"
+#include "file_upload.h"
 
 namespace {
 

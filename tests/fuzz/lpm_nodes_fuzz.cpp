@@ -10,8 +10,8 @@
 
 #include <string>
 
-#include "collectors/node_parsers.h"
 #include "node_fuzz.h"
+#include "node_parsers.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/tarn_log.h"
+#include "tarn_log.h"
 
 namespace node_fuzz {
 

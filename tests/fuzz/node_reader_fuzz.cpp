@@ -10,8 +10,8 @@
 
 #include <string>
 
-#include "collectors/node_reader.h"
 #include "node_fuzz.h"
+#include "node_reader.h"
 
 namespace {
 

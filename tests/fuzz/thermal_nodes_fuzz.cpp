@@ -11,9 +11,9 @@
 
 #include <string>
 
-#include "collectors/node_parsers.h"
-#include "collectors/thermal_groups.h"
 #include "node_fuzz.h"
+#include "node_parsers.h"
+#include "thermal_groups.h"
 
 namespace {
 

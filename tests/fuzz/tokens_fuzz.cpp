@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "collectors/tokens.h"
+#include "tokens.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <map>
 #include <string>
 
-#include "core/device_properties.h"
+#include "device_properties.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0 || size > 65536) return 0;

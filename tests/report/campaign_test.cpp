@@ -1,5 +1,5 @@
 // A campaign's mapping onto the interval structures.
-#include "report/campaign.h"
+#include "campaign.h"
 
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <climits>
 #include <vector>
 
-#include "core/kpi_ids.h"
+#include "kpi_ids.h"
 #include "tarn_stats.pb.h"
 
 namespace {

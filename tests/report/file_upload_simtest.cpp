@@ -8,13 +8,12 @@
 #include <set>
 #include <tuple>
 
-#include "collectors/collectors.h"
+#include "collectors.h"
 #include "common/capture.h"
 #include "common/test_util.h"
-#include "core/power_bigdata_core.h"
-#include "core/tarn_log.h"
-#include "report/file_upload.h"
-#include "report/zel_helper.h"
+#include "file_upload.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 namespace fs = std::filesystem;
 using tarn_test::write_file;
@@ -112,10 +111,10 @@ TEST_F(FileUploadTest, OversizedFilesAreCut) {
 
     // A long application name leaves less room than the read did: the line is cut at 131071.
     fs::rename(kDir + "/tombstone_big_readed", kDir + "/tombstone_big");
-    const std::string app(400, 'q');
-    PowerBigDataCore::getInstance()->sendEvent(0x1001, app + "/.A", 0, 0, {});
+    static const std::string app(400, 'q');
+    set_app_name_provider([] { return app; });
     std::tie(ret, line) = upload();
-    PowerBigDataCore::getInstance()->sendEvent(0x1001, "com.android.launcher3", 0, 0, {});
+    set_app_name_provider(nullptr);
     EXPECT_EQ(ret, static_cast<int32_t>(kFileBufSize - 1));
     const std::string head =
         g_prefix.substr(0, g_prefix.size() - strlen("com.android.launcher3,")) + app + "," +

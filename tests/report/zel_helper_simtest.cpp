@@ -9,8 +9,8 @@
 
 #include "common/capture.h"
 #include "common/test_util.h"
-#include "core/tarn_log.h"
-#include "report/zel_helper.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <mutex>
 
-#include "core/interval_cfg.h"
-#include "core/kpi_ids.h"
+#include "interval_cfg.h"
+#include "kpi_ids.h"
 
 // Rows from the first one whose id reaches this value on are not part of the live table.
 #define COLLECTOR_TABLE_END_ID kpi::MTBF

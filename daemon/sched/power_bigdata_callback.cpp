@@ -1,6 +1,6 @@
-#include "core/power_bigdata_callback.h"
+#include "power_bigdata_callback.h"
 
-#include "core/power_bigdata_core.h"
+#include "power_bigdata_core.h"
 
 namespace aidl::vendor::orv::hardware::perf2 {
 

@@ -1,10 +1,10 @@
 #define TARN_LOG_TAG TAG_POWER
 
-#include "collectors/tokens.h"
+#include "tokens.h"
 
 #include <string.h>
 
-#include "core/tarn_log.h"
+#include "tarn_log.h"
 
 static char g_empty_token[1] = "";
 

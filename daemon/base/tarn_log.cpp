@@ -1,3 +1,3 @@
-#include "core/tarn_log.h"
+#include "tarn_log.h"
 
 int32_t g_debug_level = 4;

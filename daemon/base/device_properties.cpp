@@ -1,6 +1,6 @@
 #define TARN_LOG_TAG TAG_TARN_STATS
 
-#include "core/device_properties.h"
+#include "device_properties.h"
 
 #include <cutils/properties.h>
 #include <errno.h>
@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "core/tarn_log.h"
+#include "tarn_log.h"
 
 int property_get_traced(const char* key, char* value, const char* default_value) {
     memset(value, 0, PROPERTY_VALUE_MAX);

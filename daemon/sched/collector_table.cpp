@@ -1,9 +1,9 @@
 #define TARN_LOG_TAG TAG_TARN_STATS
 
-#include "core/collector_table.h"
+#include "collector_table.h"
 
-#include "collectors/collectors.h"
-#include "core/tarn_log.h"
+#include "collectors.h"
+#include "tarn_log.h"
 
 // Rows 0 to 9 are live. The MTBF row carries the MTBF id, which is also the end marker, so neither
 // the tick nor the configuration pass reaches it: the crash counter keeps its init and exit (run by

@@ -1,4 +1,4 @@
-#include "collectors/node_reader.h"
+#include "node_reader.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -6,7 +6,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "collectors/text.h"
+#include "text.h"
 
 // Reads that end on a multiple of this may be one page of a node served a page at a time.
 #define NODE_PAGE_CHUNK 4096

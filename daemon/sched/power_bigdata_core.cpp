@@ -1,19 +1,17 @@
 #define TARN_LOG_TAG TAG_TARN_STATS
 
-#include "core/power_bigdata_core.h"
+#include "power_bigdata_core.h"
 
 #include <sys/prctl.h>
 #include <time.h>
 
 #include <chrono>
 
-#include "collectors/collectors.h"
-#include "core/collector_table.h"
-#include "core/device_properties.h"
-#include "core/tarn_log.h"
-#include "report/zel_helper.h"
-
-#define DEFAULT_APP_NAME "com.android.launcher3"
+#include "collector_table.h"
+#include "collectors.h"
+#include "device_properties.h"
+#include "tarn_log.h"
+#include "zel_helper.h"
 
 #define HINT_ACTIVITY_START 0x1001u
 #define HINT_ACTIVITY_STOP 0x1002u
@@ -189,6 +187,20 @@ void PowerBigDataCore::ConfigurePowerCoreParam(PowerIntervalCfg power, ThermalIn
     configure_collector_table(g_collector_table, power, thermal, stability);
 }
 
+void PowerBigDataCore::setBigDataCfg(const CampaignIntervals& cfg) {
+    const PowerIntervalCfg& power = cfg.power;
+    const ThermalIntervalCfg& thermal = cfg.thermal;
+    const StabilityIntervalCfg& stability = cfg.stability;
+    TLOGW("power: enable_flag:0x%lX tcpu:%d tgpu:%d tbat:%d tddr:%d tlpm:%d",
+          static_cast<unsigned long>(power.enable_flag), power.tcpu, power.tgpu, power.tbat,
+          power.tddr, power.tlpm);
+    TLOGW("therm: enable_flag:0x%lX ttherm:%d", static_cast<unsigned long>(thermal.enable_flag),
+          thermal.ttherm);
+    TLOGW("stab: enable_flag:0x%lX tstab:%d", static_cast<unsigned long>(stability.enable_flag),
+          stability.tstab);
+    ConfigurePowerCoreParam(power, thermal, stability);
+}
+
 void PowerBigDataCore::startSampling() {
     {
         // Set under the gate's mutex: a worker that has just seen the gate closed is either not
@@ -226,4 +238,31 @@ void PowerBigDataCore::sendEvent(int32_t hint, const std::string& userDataStr, i
     } else if (code == HINT_ACTIVITY_STOP || code == HINT_ACTIVITY_PAUSE) {
         mStartCond.notify_all();
     }
+}
+
+namespace {
+
+std::string core_app_name() {
+    return PowerBigDataCore::getInstance()->getAppName();
+}
+
+bool core_start_campaign(const CampaignIntervals& intervals) {
+    // A campaign that races the process's exit finds no core and is refused.
+    PowerBigDataCore::Ref core;
+    if (core.get() == nullptr) return false;
+    core->setBigDataCfg(intervals);
+    core->startSampling();
+    return true;
+}
+
+void core_stop_campaign() {
+    PowerBigDataCore::Ref core;
+    if (core.get() != nullptr) core->stopSampling();
+}
+
+}  // namespace
+
+void connect_core_to_report() {
+    set_app_name_provider(core_app_name);
+    set_campaign_sink({core_start_campaign, core_stop_campaign});
 }

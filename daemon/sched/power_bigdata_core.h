@@ -13,9 +13,8 @@
 #include <thread>
 #include <vector>
 
-#include "core/interval_cfg.h"
-
-class BigDataCampaignConfig;
+#include "campaign.h"
+#include "interval_cfg.h"
 
 class BigDataListener {
   public:
@@ -61,9 +60,8 @@ class PowerBigDataCore : public BigDataCore {
 
     void ConfigurePowerCoreParam(PowerIntervalCfg power, ThermalIntervalCfg thermal,
                                  StabilityIntervalCfg stability);
-    // Applies a decoded campaign's periods and flags through ConfigurePowerCoreParam. Defined
-    // with the campaign handlers in report/campaign.cpp, so that the core needs no protobuf.
-    void setBigDataCfg(const BigDataCampaignConfig& cfg);
+    // Applies a decoded campaign's periods and flags through ConfigurePowerCoreParam.
+    void setBigDataCfg(const CampaignIntervals& cfg);
     void sendEvent(int32_t hint, const std::string& userDataStr, int32_t userData1,
                    int32_t userData2, const std::vector<int32_t>& reserved);
     // Opens the start gate and wakes the worker.
@@ -96,3 +94,8 @@ class PowerBigDataCore : public BigDataCore {
     std::atomic<bool> mRunning;
     std::string mAppName;
 };
+
+// Hands the upload helper the core's application name and the campaign handlers the core's
+// configuration and start gate. Called once at start-up, before the collector registers with the
+// telemetry SDK.
+void connect_core_to_report();

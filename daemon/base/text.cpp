@@ -1,4 +1,4 @@
-#include "collectors/text.h"
+#include "text.h"
 
 #include <string.h>
 
