@@ -68,16 +68,15 @@ FILE* open_for_append(const char* path) {
     return fp;
 }
 
+// Each --local replaces the file of an earlier one, also when its own open fails: the last one
+// given decides. Nothing has been written to an earlier file yet.
 void open_local_file(const char* path) {
-    FILE* fp = open_for_append(path);
-    if (fp == nullptr) {
+    if (g_local_file != nullptr) (void)fclose(g_local_file);
+    g_local_file = open_for_append(path);
+    if (g_local_file == nullptr) {
         int err = errno;
         TLOGE_FN("main", "open[%s] failed errno:%d [%s]", path, err, strerror(err));
-        return;
     }
-    // A later --local replaces an earlier one; nothing has been written to the earlier file yet.
-    if (g_local_file != nullptr) (void)fclose(g_local_file);
-    g_local_file = fp;
 }
 
 }  // namespace

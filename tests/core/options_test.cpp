@@ -3,6 +3,7 @@
 #include "options.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -38,9 +39,13 @@ TEST(OptionsTest, PeriodsFlagsLevelAndAFreshStart) {
     EXPECT_EQ(0, g_debug_level);
     g_debug_level = 4;
 
-    // Every parse starts from zero, and a path that cannot be opened leaves no file.
-    ASSERT_EQ(ParseResult::Run, parse({"--local", "/proc/no/such/file", "--ps", "4"}, &cfg));
+    // Every parse starts from zero, and the last --local decides: a path that cannot be opened
+    // leaves no file, even after one that could.
+    const std::string opened = ::testing::TempDir() + "options_test_local";
+    ASSERT_EQ(ParseResult::Run,
+              parse({"--local", opened, "--local", "/proc/no/such/file", "--ps", "4"}, &cfg));
     EXPECT_EQ(nullptr, g_local_file);
+    unlink(opened.c_str());
     EXPECT_EQ(4, cfg.power.tps);
     EXPECT_EQ(0, cfg.power.tcpu);
     EXPECT_EQ(0u, cfg.thermal.enable_flag | cfg.stability.enable_flag);
