@@ -43,6 +43,7 @@ int main(int argc, char* argv[]) {
         return -1;
     }
 
+    PowerBigDataCore::setDeviceRoot("/");
     PowerBigDataCore* core = PowerBigDataCore::getInstance();
     core->ConfigurePowerCoreParam(cfg.power, cfg.thermal, cfg.stability);
 

@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "collectors.h"
+#include "device_root.h"
 #include "fnode.h"
 #include "kpi_ids.h"
 #include "node_parsers.h"
@@ -18,9 +19,10 @@
 
 static FILE* g_battery_fp = nullptr;
 
-int32_t collect_battery_stats_init() {
+int32_t collect_battery_stats_init(const char* root) {
     if (g_battery_fp != nullptr) return 0;
-    g_battery_fp = fopen(BATTERY_UEVENT_PATH, "re");
+    char path[DEVICE_PATH_LEN];
+    g_battery_fp = fopen(device_path(path, sizeof(path), root, BATTERY_UEVENT_PATH), "re");
     return g_battery_fp != nullptr ? 0 : -1;
 }
 

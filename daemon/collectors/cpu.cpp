@@ -15,6 +15,7 @@
 #include <algorithm>
 
 #include "collectors.h"
+#include "device_root.h"
 #include "fnode.h"
 #include "kpi_ids.h"
 #include "node_parsers.h"
@@ -23,6 +24,7 @@
 
 #define CPUFREQ_DIR "/sys/devices/system/cpu/cpufreq/"
 #define CPU_POSSIBLE_PATH "/sys/devices/system/cpu/possible"
+#define CPU_DIR "/sys/devices/system/cpu/cpu"
 
 #define CLUSTER_SLOTS 8
 #define REPORTED_SLOTS 7  // the eighth slot is opened but never reported
@@ -83,6 +85,14 @@ static int32_t parse_policy_name(const char* name) {
     return (int32_t)value;
 }
 
+// The collector's paths under the root of its init.
+struct cpu_paths {
+    char cpufreq_dir[DEVICE_PATH_LEN];
+    char possible[DEVICE_PATH_LEN];
+    char cpu_dir[DEVICE_PATH_LEN];
+};
+static cpu_paths g_cpu_paths;
+
 static bool is_directory(DIR* dir, const struct dirent* de) {
     if (de->d_type == DT_DIR) return true;
     if (de->d_type != DT_UNKNOWN && de->d_type != DT_LNK) return false;
@@ -91,10 +101,10 @@ static bool is_directory(DIR* dir, const struct dirent* de) {
 }
 
 static int32_t check_cpufreq_policy_num() {
-    DIR* dir = opendir(CPUFREQ_DIR);
+    DIR* dir = opendir(g_cpu_paths.cpufreq_dir);
     if (dir == nullptr) {
         int err = errno;
-        TLOGE("opendir failed [%s] error: %s", CPUFREQ_DIR, strerror(err));
+        TLOGE("opendir failed [%s] error: %s", g_cpu_paths.cpufreq_dir, strerror(err));
         return -err;
     }
     int32_t scan[CLUSTER_SLOTS] = {0};
@@ -123,7 +133,7 @@ static int32_t check_cpufreq_policy_num() {
 }
 
 static int32_t check_cpu_min_max() {
-    FILE* fp = fopen(CPU_POSSIBLE_PATH, "re");
+    FILE* fp = fopen(g_cpu_paths.possible, "re");
     if (fp == nullptr) {
         int err = errno;
         TLOGE("Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
@@ -146,8 +156,8 @@ static void policy_check_file_path() {
             // The first group's rows name the files; the same names serve every cluster. A cut
             // path names no node, and its open fails as a missing node's would.
             memset(path, 0, sizeof(path));
-            (void)snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/%s", g_cpu.cluster[slot],
-                           g_fnode_table[fnode_cpu_row(0, which)].path);
+            (void)snprintf(path, sizeof(path), "%spolicy%d/%s", g_cpu_paths.cpufreq_dir,
+                           g_cpu.cluster[slot], g_fnode_table[fnode_cpu_row(0, which)].path);
             TLOGW("filepath:%s", path);
             struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
             if (row->fp != nullptr) (void)fclose(row->fp);
@@ -161,8 +171,8 @@ static void policy_check_file_path() {
 // the first text that is not a number, or when the list is full; a missing file keeps the list.
 static void InitClusterFreqList(int slot) {
     char path[PATH_BUFLEN];
-    (void)snprintf(path, sizeof(path), CPUFREQ_DIR "policy%d/scaling_available_frequencies",
-                   g_cpu.cluster[slot]);
+    (void)snprintf(path, sizeof(path), "%spolicy%d/scaling_available_frequencies",
+                   g_cpu_paths.cpufreq_dir, g_cpu.cluster[slot]);
     char node[NODE_BUF_LEN];
     ssize_t len = node_read_path(path, node, sizeof(node));
     if (len < 0) return;
@@ -190,7 +200,7 @@ static void InitClusterCapacityList(int slot) {
     uint64_t fmax = n > 0 ? g_cpu.cluster_freq_list[slot][n - 1] : 0;
 
     char path[PATH_BUFLEN];
-    (void)snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity",
+    (void)snprintf(path, sizeof(path), "%s%d/cpu_capacity", g_cpu_paths.cpu_dir,
                    g_cpu.cluster[slot]);
     FILE* fp = fopen(path, "re");
     if (fp == nullptr) return;
@@ -209,7 +219,11 @@ static void InitClusterCapacityList(int slot) {
     }
 }
 
-int32_t collect_cpu_stats_init() {
+int32_t collect_cpu_stats_init(const char* root) {
+    cpu_paths& paths = g_cpu_paths;
+    device_path(paths.cpufreq_dir, sizeof(paths.cpufreq_dir), root, CPUFREQ_DIR);
+    device_path(paths.possible, sizeof(paths.possible), root, CPU_POSSIBLE_PATH);
+    device_path(paths.cpu_dir, sizeof(paths.cpu_dir), root, CPU_DIR);
     int32_t ret = check_cpufreq_policy_num();
     if (ret < 0) return ret;
     ret = check_cpu_min_max();
@@ -219,7 +233,7 @@ int32_t collect_cpu_stats_init() {
     gpu_reset_kept();
 
     policy_check_file_path();
-    fnode_open_all();
+    fnode_open_all(root);
 
     for (int slot = 0; slot < CLUSTER_SLOTS; slot++) {
         if (g_cpu.cluster[slot] == NO_POLICY) continue;

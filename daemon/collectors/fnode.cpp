@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include "device_root.h"
 #include "node_parsers.h"
 #include "node_reader.h"
 #include "tarn_log.h"
@@ -28,11 +29,7 @@ struct fnode g_fnode_table[FNODE_COUNT] = {
     NO_PATH_GROUP,
     NO_PATH_GROUP,
     NO_PATH_GROUP,
-    // The last 32 rows of room for CPU rows are not used.
-    NO_PATH_GROUPS_4,
-    NO_PATH_GROUPS_4,
     ROW(3, "/proc/stat"),
-    NO_PATH(0),
     ROW(4, "/sys/class/gfxd/gfxd-3d0/devfreq/cur_freq"),
     ROW(4, "/sys/class/gfxd/gfxd-3d0/devfreq/trans_stat"),
     ROW(4, "/sys/class/gfxd/gfxd-3d0/gpubusy"),
@@ -61,11 +58,13 @@ struct fnode g_fnode_table[FNODE_COUNT] = {
     ROW(9, "/sys/devices/platform/soc/ae00000.kelv,vdss_mdp/drm/card0/dpx-crtc-0/measured_fps"),
 };
 
-void fnode_open_all() {
+void fnode_open_all(const char* root) {
     // The CPU rows hold names relative to a policy directory; the CPU collector opens those.
+    char path[DEVICE_PATH_LEN];
     for (int i = FNODE_PROC_STAT; i < FNODE_COUNT; i++) {
         if (g_fnode_table[i].path != nullptr && g_fnode_table[i].fp == nullptr) {
-            g_fnode_table[i].fp = fopen(g_fnode_table[i].path, "re");
+            g_fnode_table[i].fp =
+                fopen(device_path(path, sizeof(path), root, g_fnode_table[i].path), "re");
         }
     }
 }

@@ -18,14 +18,13 @@ struct fnode {
 // group carries paths, which are relative to a cpufreq policy directory.
 enum {
     FNODE_CPU_BASE = 0,
-    FNODE_CPU_ROWS = 64,
+    FNODE_CPU_ROWS = 32,
     FNODE_CPU_GROUP_ROWS = 4,
     FNODE_CPU_CUR_FREQ = 0,
     FNODE_CPU_RELATED_CPUS = 1,
     FNODE_CPU_TIME_IN_STATE = 2,
     FNODE_CPU_TRANS_TABLE = 3,
     FNODE_PROC_STAT = FNODE_CPU_BASE + FNODE_CPU_ROWS,
-    FNODE_SPARE,
     FNODE_GPU_CUR_FREQ,
     FNODE_GPU_TRANS_STAT,
     FNODE_GPU_BUSY,
@@ -56,9 +55,9 @@ int32_t report_node_value(const char* hndl, const char* closing, const char* tag
 // not a number reads as 0.
 int append_node_u32(int index, const char* step, const char* label, record* rec);
 
-// Opens every row from /proc/stat on that has a path (read-only; a failure leaves the row null),
-// and closes every open row.
-void fnode_open_all();
+// Opens every row from /proc/stat on that has a path, under `root` (read-only; a failure leaves
+// the row null), and closes every open row.
+void fnode_open_all(const char* root);
 void fnode_close_all();
 
 // Reads the row's node from its start into `buf` (at most `size` bytes, see node_pread): the

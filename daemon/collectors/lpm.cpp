@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "collectors.h"
+#include "device_root.h"
 #include "fnode.h"
 #include "kpi_ids.h"
 #include "node_parsers.h"
@@ -53,13 +54,22 @@ static const char kSubsysLabels[LPM_SUBSYS_COUNT][LPM_FIELD_LEN] = {
     "cxsd,", "ddr,",         "modem,", "slpi,", "slpi_island,",
 };
 
-// WLAN power-statistics files, most preferred first.
+// WLAN power-statistics files, most preferred first, and the same under the root of the init.
 static const char* const kWlanPaths[LPM_WLAN_PATHS] = {
     "/sys/kernel/wlnd/power_stats", "/sys/kernel/wlne_v2/power_stats",
     "/sys/kernel/wlne/power_stats", "/sys/kernel/wlnf/power_stats",
     "/sys/kernel/wlnc/power_stats", "/sys/kernel/wlnb/power_stats",
     "/sys/kernel/wlna/power_stats", "/sys/kernel/wifi/power_stats",
 };
+
+static char g_wlan_paths[LPM_WLAN_PATHS][DEVICE_PATH_LEN];
+
+int32_t collect_lpm_stats_init(const char* root) {
+    for (int i = 0; i < LPM_WLAN_PATHS; i++) {
+        device_path(g_wlan_paths[i], sizeof(g_wlan_paths[i]), root, kWlanPaths[i]);
+    }
+    return 0;
+}
 
 static const char* const kIdleStateNames[LPM_IDLE_STATES] = {"S0", "S1", "S2", "S3", "S4", "S5"};
 
@@ -308,7 +318,7 @@ static int32_t get_lpm_rpm_stats(record* rec) {
 // The driver may come and go: the file is searched afresh every period and kept in the WLAN row.
 static const char* find_wlan_file(fnode* row) {
     row->path = nullptr;
-    for (const char* path : kWlanPaths) {
+    for (const char* path : g_wlan_paths) {
         if (access(path, R_OK) == 0) return row->path = path;
     }
     LPM_WLAN_LOGD(" fnode->path==NULL ");

@@ -24,7 +24,7 @@ static constexpr const char* kCrashCountProp = "persist.vendor.crash.cnt";
 // Record buffer, cleared on every call. Static rather than on the worker's stack.
 static char g_mtbf_record[204800];
 
-int32_t collect_mtbf_info_init() {
+int32_t collect_mtbf_info_init(const char* /*root*/) {
     g_mtbf_ready.store(true, std::memory_order_release);
     return 0;
 }

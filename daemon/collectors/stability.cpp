@@ -20,7 +20,7 @@ static constexpr stability_kind kKinds[] = {
     {STABILITY_FLAG_ANR, "/data/anr", "anr_", kpi::ANR},
 };
 
-int32_t collect_stability_info_init() {
+int32_t collect_stability_info_init(const char* /*root*/) {
     g_stability_ready.store(true, std::memory_order_release);
     return 0;
 }

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include "collectors.h"
+#include "device_root.h"
 #include "kpi_ids.h"
 #include "node_parsers.h"
 #include "node_reader.h"
@@ -34,7 +35,7 @@
 #define THERMAL_DDR_CLOCK "/sys/kernel/debug/clk/measure_only_mccc_clk/clk_measure"
 
 #define THERMAL_NAME_LEN 1024
-#define THERMAL_PATH_LEN 72
+#define THERMAL_PATH_LEN DEVICE_PATH_LEN
 #define THERMAL_NODE_LEN 4096
 #define THERMAL_RECORD_LEN 16384
 #define THERMAL_CLOCK_RECORD_LEN 4096
@@ -65,6 +66,42 @@ struct thermal_state {
 };
 
 static thermal_state g_thermal;
+
+// The CPUs whose clock goes into the clock record (0, 6 and 7) and their nodes.
+static const struct {
+    int32_t cpu;
+    const char* path;
+} kClockCpus[] = {
+    {0, THERMAL_CPU_PREFIX "0/cpufreq/scaling_cur_freq"},
+    {6, THERMAL_CPU_PREFIX "6/cpufreq/scaling_cur_freq"},
+    {7, THERMAL_CPU_PREFIX "7/cpufreq/scaling_cur_freq"},
+};
+#define THERMAL_CLOCK_CPUS (sizeof(kClockCpus) / sizeof(kClockCpus[0]))
+
+// The collector's paths under the root of its init.
+struct thermal_paths {
+    char class_dir[DEVICE_PATH_LEN];
+    char zone_prefix[DEVICE_PATH_LEN];
+    char cooling_prefix[DEVICE_PATH_LEN];
+    char battery_current[DEVICE_PATH_LEN];
+    char cpu_clock[THERMAL_CLOCK_CPUS][DEVICE_PATH_LEN];
+    char gpu_clock[DEVICE_PATH_LEN];
+    char ddr_clock[DEVICE_PATH_LEN];
+};
+static thermal_paths g_thermal_paths;
+
+static void thermal_build_paths(const char* root) {
+    thermal_paths& p = g_thermal_paths;
+    device_path(p.class_dir, sizeof(p.class_dir), root, THERMAL_CLASS_DIR);
+    device_path(p.zone_prefix, sizeof(p.zone_prefix), root, THERMAL_ZONE_PREFIX);
+    device_path(p.cooling_prefix, sizeof(p.cooling_prefix), root, THERMAL_COOLING_PREFIX);
+    device_path(p.battery_current, sizeof(p.battery_current), root, THERMAL_BATTERY_CURRENT);
+    for (size_t i = 0; i < THERMAL_CLOCK_CPUS; i++) {
+        device_path(p.cpu_clock[i], sizeof(p.cpu_clock[i]), root, kClockCpus[i].path);
+    }
+    device_path(p.gpu_clock, sizeof(p.gpu_clock), root, THERMAL_GPU_CLOCK);
+    device_path(p.ddr_clock, sizeof(p.ddr_clock), root, THERMAL_DDR_CLOCK);
+}
 
 // Opens `path`, reads it in one go, closes it and runs `scan` over its bytes once. Returns 0, -1
 // when the node cannot be opened, or the scan's negative result when the node held nothing to
@@ -160,7 +197,7 @@ static int32_t thermal_read_type(const char* path, char (&name)[THERMAL_NAME_LEN
 // Number of directories in the thermal class directory, "." and ".." excluded; 0 when it cannot
 // be opened or lists fewer than two directories.
 static int32_t thermal_count_nodes() {
-    DIR* dir = opendir(THERMAL_CLASS_DIR);
+    DIR* dir = opendir(g_thermal_paths.class_dir);
     if (dir == nullptr) return 0;
     int32_t count = 0;
     struct dirent* de;
@@ -222,11 +259,11 @@ static int32_t* thermal_alloc_marks(int32_t count) {
 
 // Marks the zones and cooling devices whose types belong to a group.
 static void thermal_zone_device_init() {
-    char path[THERMAL_PATH_LEN];
+    char path[THERMAL_PATH_LEN + 16];  // a prefix, an index and "/type"
     char name[THERMAL_NAME_LEN];
 
     for (int32_t i = 0; i < g_thermal.num_tz; i++) {
-        (void)snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
+        (void)snprintf(path, sizeof(path), "%s%d/type", g_thermal_paths.zone_prefix, i);
         if (thermal_read_type(path, name) != 0) continue;
         TLOGD("thermal zone name %s\n", name);
         if (thermal_match_zone(g_thermal.zone_groups, g_thermal.num_zone_groups, name) >= 0)
@@ -235,7 +272,7 @@ static void thermal_zone_device_init() {
     }
 
     for (int32_t i = 0; i < g_thermal.num_tz; i++) {
-        (void)snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
+        (void)snprintf(path, sizeof(path), "%s%d/type", g_thermal_paths.cooling_prefix, i);
         if (thermal_read_type(path, name) == 0) {
             // A type such as "limits,cpu5" is known by the word after its first comma.
             char word[THERMAL_NAME_LEN];
@@ -256,8 +293,9 @@ void thermal_reset_kept() {
     g_thermal = thermal_state();
 }
 
-int32_t collect_thermal_stats_init() {
+int32_t collect_thermal_stats_init(const char* root) {
     thermal_reset_kept();
+    thermal_build_paths(root);
     long ncpu = sysconf(_SC_NPROCESSORS_CONF);
     g_thermal.num_cpu = ncpu > 0 ? static_cast<int32_t>(ncpu) : 0;
     g_thermal.num_tz = thermal_count_nodes();
@@ -273,10 +311,10 @@ int32_t collect_thermal_stats_init() {
 
     thermal_zone_device_init();
     g_thermal.zones = thermal_mark_paths(g_thermal.zone_marks, g_thermal.num_sensor,
-                                         THERMAL_ZONE_PREFIX, "temp", &g_thermal.num_zones);
+                                         g_thermal_paths.zone_prefix, "temp", &g_thermal.num_zones);
     g_thermal.coolings =
-        thermal_mark_paths(g_thermal.cooling_marks, g_thermal.num_tz, THERMAL_COOLING_PREFIX,
-                           "cur_state", &g_thermal.num_coolings);
+        thermal_mark_paths(g_thermal.cooling_marks, g_thermal.num_tz,
+                           g_thermal_paths.cooling_prefix, "cur_state", &g_thermal.num_coolings);
     if (g_thermal.zones == nullptr || g_thermal.coolings == nullptr) return -1;
 
     TLOGD("num_tz %d, num_cpu %d, num_cfg_node = %d\n", g_thermal.num_tz, g_thermal.num_cpu,
@@ -374,7 +412,7 @@ static void thermal_collect_thermalzone_hndl() {
     if (rec.append("skin-temp: %d,", quiet_temp != 0 ? quiet_temp : skin_temp) < 0) return;
 
     long long current = 0;
-    if (thermal_scan_node(THERMAL_BATTERY_CURRENT,
+    if (thermal_scan_node(g_thermal_paths.battery_current,
                           [&](mem_stream* in) { return mem_scan_ll(in, &current); }) == 0) {
         if (rec.append("current:%lld,", current / 1000) < 0) return;
     }
@@ -383,35 +421,26 @@ static void thermal_collect_thermalzone_hndl() {
     rec.report(kpi::THERMAL_ZONE);
 }
 
-// The CPUs whose clock goes into the clock record (0, 6 and 7) and their nodes.
-static const struct {
-    int32_t cpu;
-    const char* path;
-} kClockCpus[] = {
-    {0, THERMAL_CPU_PREFIX "0/cpufreq/scaling_cur_freq"},
-    {6, THERMAL_CPU_PREFIX "6/cpufreq/scaling_cur_freq"},
-    {7, THERMAL_CPU_PREFIX "7/cpufreq/scaling_cur_freq"},
-};
-
 static void thermal_collect_cpu_info_hndl() {
     char buf[THERMAL_CLOCK_RECORD_LEN];
     record rec(buf, sizeof(buf), TAG_THERMAL);
 
-    for (const auto& c : kClockCpus) {
+    for (size_t i = 0; i < THERMAL_CLOCK_CPUS; i++) {
         unsigned long freq = 0;
-        if (thermal_scan_node(c.path, [&](mem_stream* in) { return scan_ulong(in, &freq); }) != 0)
+        if (thermal_scan_node(g_thermal_paths.cpu_clock[i],
+                              [&](mem_stream* in) { return scan_ulong(in, &freq); }) != 0)
             continue;
-        if (rec.append("CPU%d_freq:%d,", c.cpu, static_cast<int32_t>(freq)) < 0) return;
+        if (rec.append("CPU%d_freq:%d,", kClockCpus[i].cpu, static_cast<int32_t>(freq)) < 0) return;
     }
 
     unsigned long hz = 0;
-    if (thermal_scan_node(THERMAL_GPU_CLOCK, [&](mem_stream* in) { return scan_ulong(in, &hz); }) ==
-        0) {
+    if (thermal_scan_node(g_thermal_paths.gpu_clock,
+                          [&](mem_stream* in) { return scan_ulong(in, &hz); }) == 0) {
         if (rec.append("GPU(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
     hz = 0;
-    if (thermal_scan_node(THERMAL_DDR_CLOCK, [&](mem_stream* in) { return scan_ulong(in, &hz); }) ==
-        0) {
+    if (thermal_scan_node(g_thermal_paths.ddr_clock,
+                          [&](mem_stream* in) { return scan_ulong(in, &hz); }) == 0) {
         if (rec.append("DDR(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
 

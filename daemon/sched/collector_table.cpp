@@ -14,7 +14,7 @@ CollectorEntry g_collector_table[COLLECTOR_TABLE_ROWS] = {
     {kpi::CPUFREQ,       0, 0, 0, collect_cpu_stats_init,      collect_cpu_stats_exit,      collect_cpu_stats_hndl},
     {kpi::GPUFREQ,       0, 0, 0, nullptr,                     nullptr,                     collect_gpu_stats_hndl},
     {kpi::DDRFREQ,       0, 0, 0, nullptr,                     nullptr,                     collect_ddr_stats_hndl},
-    {kpi::LPM,           0, 0, 0, nullptr,                     nullptr,                     collect_lpm_stats_hndl},
+    {kpi::LPM,           0, 0, 0, collect_lpm_stats_init,      nullptr,                     collect_lpm_stats_hndl},
     {kpi::PS,            0, 0, 0, nullptr,                     nullptr,                     collect_ps_stats_hndl},
     {kpi::BRIGHTNESS,    0, 0, 0, nullptr,                     nullptr,                     collect_brightness_stats_hndl},
     {kpi::FPS,           0, 0, 0, nullptr,                     nullptr,                     collect_fps_stats_hndl},

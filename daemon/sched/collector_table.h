@@ -17,7 +17,7 @@ struct CollectorEntry {
     int32_t count;   // ticks since the handler last ran; touched by the worker only
     int32_t expire;  // period in ticks; below 1 the row is off
     uint64_t flag;
-    int32_t (*init)();
+    int32_t (*init)(const char* root);
     int32_t (*exit)();
     int32_t (*hndl)(uint64_t flag);
 };

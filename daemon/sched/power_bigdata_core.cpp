@@ -35,6 +35,9 @@ LifeGuard& life_guard() {
     return *guard;
 }
 
+// Read once, by the constructor.
+const char* sDeviceRoot = "/";
+
 int64_t monotonic_ns() {
     struct timespec ts;
     clock_gettime(CLOCK_MONOTONIC, &ts);
@@ -88,6 +91,10 @@ PowerBigDataCore::Ref::~Ref() {
     if (--guard.calls == 0 && guard.gone) guard.idle.notify_all();
 }
 
+void PowerBigDataCore::setDeviceRoot(const char* root) {
+    sDeviceRoot = root;
+}
+
 PowerBigDataCore* PowerBigDataCore::getInstance() {
     static PowerBigDataCore instance;
     return &instance;
@@ -126,21 +133,23 @@ PowerBigDataCore::~PowerBigDataCore() {
 }
 
 int32_t PowerBigDataCore::Start() {
-    if (collect_battery_stats_init() < 0) return -1;
-    if (collect_cpu_stats_init() < 0) {
+    const char* root = sDeviceRoot;
+    if (collect_battery_stats_init(root) < 0) return -1;
+    collect_lpm_stats_init(root);
+    if (collect_cpu_stats_init(root) < 0) {
         collect_battery_stats_exit();
         collect_cpu_stats_exit();
         collect_stability_info_exit();
         collect_thermal_stats_exit();
         return -1;
     }
-    collect_stability_info_init();
-    if (collect_thermal_stats_init() < 0) {
+    collect_stability_info_init(root);
+    if (collect_thermal_stats_init(root) < 0) {
         collect_stability_info_exit();
         collect_thermal_stats_exit();
         return -1;
     }
-    collect_mtbf_info_init();
+    collect_mtbf_info_init(root);
     TLOGW("service init finished");
     return 0;
 }

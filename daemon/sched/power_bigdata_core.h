@@ -37,6 +37,9 @@ class PowerBigDataCore : public BigDataCore {
     // The one instance; the first call builds it (running the collectors' inits and starting the
     // worker). It is destroyed at process exit, before the upload helper and device properties.
     static PowerBigDataCore* getInstance();
+    // The root of the device tree the collectors' inits are given when getInstance builds the
+    // core: "/" unless set before.
+    static void setDeviceRoot(const char* root);
     ~PowerBigDataCore() override;
 
     // Access for threads that may still call in while the process exits (the SDK's campaign

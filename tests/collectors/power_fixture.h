@@ -21,7 +21,7 @@ using V = std::vector<std::string>;
 // Closes and reopens the node table, as after a restart of the CPU collector.
 inline int32_t reopen_nodes() {
     collect_cpu_stats_exit();
-    return collect_cpu_stats_init();
+    return collect_cpu_stats_init("/");
 }
 
 // The records of every handler call of the binary.

@@ -30,7 +30,7 @@ TEST_F(StabilityTest, FlagSelectsKindsInOrder) {
              {"/sdcard/Perfdump/status_", "/data/tombstones/tombstone_", "/data/anr/anr_"})
             tarn_test::write_file(f + n, f + n);
     };
-    collect_stability_info_init();
+    collect_stability_info_init("/");
     drop("1");
     EXPECT_GT(collect_stability_stats_hndl(0x8000000000000000ULL), 0);
     EXPECT_EQ(sent(), (Lines{"/sdcard/Perfdump/status_1", "/data/tombstones/tombstone_1",
@@ -53,7 +53,7 @@ TEST_F(StabilityTest, MtbfFlagReadyAndRecord) {
     setenv("TARN_HOST_PROPERTIES", "/data/mtbf.prop", 1);
     collect_mtbf_info_exit();
     EXPECT_EQ(collect_mtbf_stats_hndl(0x8000000000000008ULL), -1);
-    collect_mtbf_info_init();
+    collect_mtbf_info_init("/");
     for (uint64_t flag : {0x0ULL, 0x1ULL, 0x7ULL, 0x4000000000000000ULL})
         EXPECT_EQ(collect_mtbf_stats_hndl(flag), -1) << std::hex << flag;
     EXPECT_EQ(sent(), Lines{});

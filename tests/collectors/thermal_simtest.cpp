@@ -101,22 +101,13 @@ const std::string kZeroZone = "cpu-tj-max-temp: 0," ZERO_AFTER_CPU "skin-temp: 0
 void restart(const std::vector<Node>& zones, const std::vector<Node>& coolings) {
     write_tree(zones, coolings);
     collect_thermal_stats_exit();
-    ASSERT_EQ(0, collect_thermal_stats_init());
+    ASSERT_EQ(0, collect_thermal_stats_init("/"));
 }
 
 class ThermalTest : public ::testing::Test {
   protected:
     void SetUp() override { write_side_nodes(); }
 };
-
-// The zone record is complete before its upload may build the sampling core, whose start runs
-// the collector's init.
-TEST_F(ThermalTest, BeforeInitZoneRecordHoldsOnlySkinTemperatureAndCurrent) {
-    collect_thermal_stats_exit();
-    thermal_reset_kept();
-    write_tree(kZones, kCoolings);  // nodes that would all be reported once init has run
-    EXPECT_EQ(Records{"skin-temp: 0,current:-1234,"}, records(0x1));
-}
 
 TEST_F(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
     restart(kZones, kCoolings);
@@ -168,7 +159,7 @@ TEST_F(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
     collect_thermal_stats_exit();
     EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
     fs::remove_all("/sys/devices/virtual/thermal");
-    ASSERT_EQ(0, collect_thermal_stats_init());
+    ASSERT_EQ(0, collect_thermal_stats_init("/"));
     EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
 }
 

@@ -85,7 +85,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
                "500000 1000000 2000000 1500000\n");
     write_node(cpu + "/cpu0/cpu_capacity", "400\n");
     write_node(cpu + "/cpu4/cpu_capacity", "1024\n");
-    if (collect_cpu_stats_init() != 0) fprintf(stderr, "CPU collector init failed\n");
+    if (collect_cpu_stats_init("/") != 0) fprintf(stderr, "CPU collector init failed\n");
     return 0;
 }
 

@@ -51,7 +51,7 @@ class FileUploadTest : public ::testing::Test {
     void SetUp() override {
         fs::remove_all(kDir);
         fs::create_directories(kDir);
-        collect_stability_info_init();
+        collect_stability_info_init("/");
     }
     int32_t ret = 0;
     std::string line;
@@ -69,7 +69,7 @@ TEST_F(FileUploadTest, DrainsQualifyingFilesOneByOne) {
 
     collect_stability_info_exit();
     EXPECT_EQ(upload(), std::make_pair(-1, std::string()));
-    collect_stability_info_init();
+    collect_stability_info_init("/");
 
     Names sent;  // what the upload counted beyond the local line, and the line
     for (int i = 0; i < 2; i++) {
