@@ -63,10 +63,18 @@ static const char* const kWlanPaths[LPM_WLAN_PATHS] = {
 };
 
 static char g_wlan_paths[LPM_WLAN_PATHS][DEVICE_PATH_LEN];
+// The subsystems' sleep-statistics files under the root, tested for every period; "" when the
+// table gives a subsystem no file.
+static char g_subsys_paths[LPM_SUBSYS_COUNT][DEVICE_PATH_LEN];
 
 int32_t collect_lpm_stats_init(const char* root) {
     for (int i = 0; i < LPM_WLAN_PATHS; i++) {
         device_path(g_wlan_paths[i], sizeof(g_wlan_paths[i]), root, kWlanPaths[i]);
+    }
+    for (int n = 0; n < LPM_SUBSYS_COUNT; n++) {
+        const char* path = g_fnode_table[FNODE_LPM_BASE + LPM_SUBSYS_FIRST + n].path;
+        g_subsys_paths[n][0] = '\0';
+        if (path != nullptr) device_path(g_subsys_paths[n], sizeof(g_subsys_paths[n]), root, path);
     }
     return 0;
 }
@@ -295,8 +303,8 @@ static int32_t get_lpm_rpm_stats(record* rec) {
     for (int n = 0; n < LPM_SUBSYS_COUNT; n++) {
         int r = LPM_SUBSYS_FIRST + n;
         // A subsystem that the device lacks is left out of the record.
-        const char* path = g_fnode_table[FNODE_LPM_BASE + r].path;
-        if (path == nullptr || access(path, R_OK) != 0) continue;
+        const char* path = g_subsys_paths[n];
+        if (path[0] == '\0' || access(path, R_OK) != 0) continue;
 
         int32_t ret = rec->append("%s", kSubsysLabels[n]);
         if (ret < 0) return ret;

@@ -51,13 +51,22 @@ bool wait_until(const std::function<bool()>& cond, std::chrono::milliseconds tim
 }
 
 TempDir::TempDir() {
+#ifdef __ANDROID__
+    char tmpl[] = "/data/local/tmp/tarn_test.XXXXXX";  // a device has no /tmp
+#else
     char tmpl[] = "/tmp/tarn_test.XXXXXX";
+#endif
     if (mkdtemp(tmpl) != nullptr) path = tmpl;
 }
 
 TempDir::~TempDir() {
     std::error_code ec;
     if (!path.empty()) std::filesystem::remove_all(path, ec);
+}
+
+const std::string& device_root() {
+    static const TempDir dir;
+    return dir.path;
 }
 
 }  // namespace tarn_test

@@ -19,7 +19,8 @@ std::vector<std::string> split_lines(const std::string& text);
 bool wait_until(const std::function<bool()>& cond,
                 std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
-// A new directory under /tmp ("" when none could be made), removed with its content at the end.
+// A new directory under /tmp (/data/local/tmp on a device; "" when none could be made), removed
+// with its content at the end.
 struct TempDir {
     TempDir();
     ~TempDir();
@@ -27,5 +28,12 @@ struct TempDir {
     TempDir& operator=(const TempDir&) = delete;
     std::string path;
 };
+
+// The device tree of the collector tests: a temporary directory, made once per process, that
+// stands for the device's "/". at() places a device path under it.
+const std::string& device_root();
+inline std::string at(const std::string& device_path) {
+    return device_root() + device_path;
+}
 
 }  // namespace tarn_test

@@ -1,4 +1,4 @@
-// Low-power-mode record over successive samples, from fixture nodes at the device's own paths.
+// Low-power-mode record over successive samples, from fixture nodes under a temporary root.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,7 +8,8 @@
 #include "fnode.h"
 #include "power_fixture.h"
 
-using tarn_test::write_file;
+using power_test::at;
+using power_test::write_file;
 using V = std::vector<std::string>;
 
 namespace {
@@ -72,12 +73,12 @@ class LpmTest : public ::testing::Test {
         lpm_reset_kept();
         for (int d = 0; d < 8; d++) write_idle(d, "S0   512   64   0\n");
         for (const char* s : kSubsys) write_sleep(s, 12, 1000);
-        for (const char* w : kWlan) unlink(wlan(w).c_str());
+        for (const char* w : kWlan) unlink(at(wlan(w)).c_str());
         write_wlan("wlnd", {100, 200, 30, 4000});
         for (int r = 0; r < 18; r++) {
             fnode& row = g_fnode_table[FNODE_LPM_BASE + r];
             if (row.fp != nullptr) fclose(row.fp);
-            row.fp = fopen(row.path, "r");
+            row.fp = fopen(at(row.path).c_str(), "r");
         }
     }
 };
@@ -126,8 +127,8 @@ TEST_F(LpmTest, SubsystemCountsAndWholeSecondDurations) {
 }
 
 TEST_F(LpmTest, MissingFilesAndStreams) {
-    unlink((kSleep + "slpi").c_str());
-    unlink((kSleep + "slpi_island").c_str());
+    unlink(at(kSleep + "slpi").c_str());
+    unlink(at(kSleep + "slpi_island").c_str());
     Sample s = sample();
     EXPECT_EQ(s.ret, (int32_t)s.record.size());
     EXPECT_EQ(s.parts.count("slpi") + s.parts.count("slpi_island"), 0u);
@@ -147,7 +148,7 @@ TEST_F(LpmTest, MissingFilesAndStreams) {
 
 TEST_F(LpmTest, WlanFileChoiceAndDeltas) {
     const fnode& row = g_fnode_table[FNODE_LPM_BASE + FNODE_LPM_WLAN];
-    unlink(wlan("wlnd").c_str());
+    unlink(at(wlan("wlnd")).c_str());
     EXPECT_EQ(sample().labels.back(), "slpi_island");
     EXPECT_EQ(row.path, nullptr);
 
@@ -155,7 +156,7 @@ TEST_F(LpmTest, WlanFileChoiceAndDeltas) {
     write_wlan("wlnf", {5000, 6000, 70, 8000});
     V w = sample().parts.at("WCNSS");
     EXPECT_EQ(V(w.begin(), w.begin() + 4), (V{"5000", "6000", "70", "8000"}));
-    EXPECT_STREQ(row.path, "/sys/kernel/wlnf/power_stats");
+    EXPECT_EQ(row.path, at("/sys/kernel/wlnf/power_stats"));
     EXPECT_EQ(row.fp, nullptr);
     write_wlan("wlnf", {5100, 6300, 72, 9000});
     EXPECT_EQ(sample().last("WCNSS", 4), (V{"100", "300", "2", "1000"}));

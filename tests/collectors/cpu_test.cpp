@@ -1,5 +1,5 @@
 // CPU cluster records: capacity-weighted average frequency, covered time and utilisation ranges,
-// from cpufreq trees and /proc/stat written at the device's own paths.
+// from cpufreq trees and /proc/stat written under a temporary root.
 #include <errno.h>
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ void write_policy(int p, const U64s& freqs, int capacity) {
     write_file(policy_dir(p) + "/scaling_available_frequencies", list + "\n");
     write_file(policy_dir(p) + "/stats/time_in_state", "");
     std::string cap = kCpu + "/cpu" + std::to_string(p) + "/cpu_capacity";
-    std::filesystem::remove(cap);
+    std::filesystem::remove(at(cap));
     if (capacity >= 0) write_file(cap, std::to_string(capacity) + "\n");
 }
 
@@ -72,7 +72,7 @@ class Cpu : public ::testing::Test {
 
 TEST_F(Cpu, ClustersReportWeightedFrequencyAndTheirOwnUtilisation) {
     // Clusters 0-3, 4-5 and 6: the last cluster covers its first CPU only. CPU 2 is offline.
-    std::filesystem::remove_all(kCpufreq);
+    std::filesystem::remove_all(at(kCpufreq));
     write_policy(0, {300000, 600000, 900000, 1200000}, 1024);  // weights 25 50 75 100
     // The last listed step, not the highest, is the maximum: weights 33 66 100 (cut) 100.
     write_policy(4, {500000, 1000000, 2000000, 1500000}, 1024);
@@ -111,31 +111,31 @@ TEST_F(Cpu, ClustersReportWeightedFrequencyAndTheirOwnUtilisation) {
 }
 
 TEST_F(Cpu, PolicyScanTakesEightDirectoriesAndReportsSeven) {
-    std::filesystem::remove_all(kCpufreq);
+    std::filesystem::remove_all(at(kCpufreq));
     for (int p = 0; p < 8; p++) write_policy(p, {100000}, 1024);
     ASSERT_EQ(reopen_nodes(), 0);
     auto c = call(collect_cpu_stats_hndl);
     ASSERT_EQ(c.records.size(), 7u);
     EXPECT_EQ(c.records[6].rfind("policy6,", 0), 0u);
 
-    tarn_test::make_dirs(kCpufreq + "/policy8");
+    tarn_test::make_dirs(at(kCpufreq) + "/policy8");
     EXPECT_EQ(reopen_nodes(), -EINVAL);
 
     // A directory that is not a policy takes a slot as policy 0, whose files do not exist.
-    std::filesystem::remove_all(kCpufreq);
+    std::filesystem::remove_all(at(kCpufreq));
     write_policy(4, {100000}, 1024);
-    tarn_test::make_dirs(kCpufreq + "/tunables");
+    tarn_test::make_dirs(at(kCpufreq) + "/tunables");
     ASSERT_EQ(reopen_nodes(), 0);
     EXPECT_EQ(sample(collect_cpu_stats_hndl), std::to_string(-EINVAL));
 
-    std::filesystem::remove(kCpu + "/possible");
+    std::filesystem::remove(at(kCpu + "/possible"));
     EXPECT_EQ(reopen_nodes(), -ENOENT);
 }
 
 // /proc/stat is read in 511-character line pieces: the rest of a long all-CPU line is the first
 // line after it and counts toward the lines read, so the last CPU's line is not reached.
 TEST_F(Cpu, StatLinesAreLinePieces) {
-    std::filesystem::remove_all(kCpufreq);
+    std::filesystem::remove_all(at(kCpufreq));
     write_policy(0, {100000}, 1024);
     write_policy(7, {100000}, 1024);
     ASSERT_EQ(reopen_nodes(), 0);
@@ -156,7 +156,7 @@ TEST_F(Cpu, StatLinesAreLinePieces) {
 
 TEST_F(Cpu, SizesBeyondTheTablesStayInBounds) {
     // 130 steps: only the first 128 are kept, so the last listed frequency read is step 127.
-    std::filesystem::remove_all(kCpufreq);
+    std::filesystem::remove_all(at(kCpufreq));
     write_file(kCpu + "/possible", "0-11\n");
     U64s freqs(130), zeros(130, 0);
     for (size_t i = 0; i < 130; i++) freqs[i] = 1000 * (i + 1);

@@ -1,4 +1,4 @@
-// Thermal collector against fixture trees written inside the simulator's sandbox.
+// Thermal collector against fixture trees written under a temporary root.
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -6,15 +6,14 @@
 #include <filesystem>
 
 #include "collectors.h"
-#include "common/capture.h"
-#include "common/test_util.h"
-#include "power_bigdata_core.h"
+#include "power_fixture.h"
 #include "tarn_log.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using tarn_test::write_file;
+using power_test::at;
+using power_test::write_file;
 using Records = std::vector<std::string>;
 
 struct Node {
@@ -34,7 +33,7 @@ std::string cpu_freq(int cpu) {
 
 // A fresh class directory holding exactly these zones and cooling devices, numbered from 0.
 void write_tree(const std::vector<Node>& zones, const std::vector<Node>& coolings) {
-    fs::remove_all("/sys/devices/virtual/thermal");
+    fs::remove_all(at("/sys/devices/virtual/thermal"));
     for (size_t i = 0; i < zones.size() + coolings.size(); i++) {
         bool zone = i < zones.size();
         const Node& n = zone ? zones[i] : coolings[i - zones.size()];
@@ -47,7 +46,7 @@ void write_tree(const std::vector<Node>& zones, const std::vector<Node>& cooling
 
 // Battery current, clocks of CPUs 0 and 7 (CPU 6 has none), GPU and DDR clocks.
 void write_side_nodes() {
-    fs::remove(cpu_freq(6));
+    fs::remove(at(cpu_freq(6)));
     write_file(kCurrent, "-1234567\n");
     write_file(cpu_freq(0), "1804800\n");
     write_file(cpu_freq(7), "2995200\n");
@@ -57,9 +56,7 @@ void write_side_nodes() {
 
 // Record texts uploaded by one handler call, in upload order, without header and app name.
 Records records(uint64_t flag) {
-    tarn_test::RecordCapture capture;
-    collect_thermal_stats_hndl(flag);
-    return capture.records();
+    return power_test::call(collect_thermal_stats_hndl, flag).records;
 }
 
 // "_kr" devices fall into modem_kr only. A comma type is marked at init by the word after its
@@ -101,7 +98,7 @@ const std::string kZeroZone = "cpu-tj-max-temp: 0," ZERO_AFTER_CPU "skin-temp: 0
 void restart(const std::vector<Node>& zones, const std::vector<Node>& coolings) {
     write_tree(zones, coolings);
     collect_thermal_stats_exit();
-    ASSERT_EQ(0, collect_thermal_stats_init("/"));
+    ASSERT_EQ(0, collect_thermal_stats_init(tarn_test::device_root().c_str()));
 }
 
 class ThermalTest : public ::testing::Test {
@@ -143,10 +140,10 @@ TEST_F(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
     // Directories open but cannot be read, even by root.
     for (const std::string& n : {node("thermal_zone", 0, "temp"), node("thermal_zone", 1, "type"),
                                  node("cooling_device", 0, "cur_state")}) {
-        fs::remove(n);
-        mkdir(n.c_str(), 0755);
+        fs::remove(at(n));
+        mkdir(at(n).c_str(), 0755);
     }
-    fs::remove(kCurrent);
+    fs::remove(at(kCurrent));
     // A failed temp or state reads as 0 and the node still counts, so the skin temperature comes
     // from the skin zone; a failed type drops the zone.
     EXPECT_EQ((Records{kZeroCooling,
@@ -158,8 +155,8 @@ TEST_F(ThermalTest, UnreadableNodesAndTypesThatDoNotFit) {
     // After exit the tables stay but nothing is marked; without the class directory nothing is.
     collect_thermal_stats_exit();
     EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
-    fs::remove_all("/sys/devices/virtual/thermal");
-    ASSERT_EQ(0, collect_thermal_stats_init("/"));
+    fs::remove_all(at("/sys/devices/virtual/thermal"));
+    ASSERT_EQ(0, collect_thermal_stats_init(tarn_test::device_root().c_str()));
     EXPECT_EQ((Records{kZeroCooling, kZeroZone + "current:-1234,"}), records(0x3));
 }
 
@@ -171,7 +168,7 @@ TEST_F(ThermalTest, NodeWithoutNumberKeepsThePreviousReading) {
     for (int i : {0, 2, 3}) write_file(node("thermal_zone", i, "temp"), "n/a\n");
     write_file(node("cooling_device", 0, "cur_state"), "n/a\n");
     write_file(node("cooling_device", 2, "cur_state"), "n/a\n");
-    fs::remove(node("cooling_device", 3, "cur_state"));  // a failed read resets the state
+    fs::remove(at(node("cooling_device", 3, "cur_state")));  // a failed read resets the state
     EXPECT_EQ((Records{"cpu_pause: 0,cpu_hotplug: 0,cpu0: 0,cpu2: 0,cpu3: 0,cpu4: 0,cpu5: 0,"
                        "cpu6: 0,cpu7: 0,gpu: 4,cdsp: 4,modem_kr: 0,modem: 0,ddr: 0,"
                        "battery_current: 0,modem_vdd: 0,",
@@ -183,8 +180,8 @@ TEST_F(ThermalTest, NodeWithoutNumberKeepsThePreviousReading) {
 }
 
 TEST_F(ThermalTest, ClockRecordKeepsWhatCanBeRead) {
-    fs::remove(cpu_freq(0));
-    fs::remove(kDdrClock);
+    fs::remove(at(cpu_freq(0)));
+    fs::remove(at(kDdrClock));
     write_file(cpu_freq(6), "1555200\n");
     EXPECT_EQ(Records{"CPU6_freq:1555200,CPU7_freq:2995200,GPU(MHz):587,"}, records(0x4));
 }

@@ -60,10 +60,10 @@ TEST_F(Battery, ClosedStreamReportsNothing) {
     EXPECT_EQ(collect_battery_stats_exit(), 0);
     EXPECT_EQ(battery("POWER_SUPPLY_CAPACITY=7\n"), "0");
 
-    unlink(kUevent);
-    EXPECT_EQ(collect_battery_stats_init("/"), -1);
+    unlink(at(kUevent).c_str());
+    EXPECT_EQ(collect_battery_stats_init(tarn_test::device_root().c_str()), -1);
     EXPECT_EQ(battery("POWER_SUPPLY_CAPACITY=7\n"), "0");  // the file came back too late
-    ASSERT_EQ(collect_battery_stats_init("/"), 0);
+    ASSERT_EQ(collect_battery_stats_init(tarn_test::device_root().c_str()), 0);
     EXPECT_EQ(battery("POWER_SUPPLY_CAPACITY=7\n"), "battery,7,0,0,0,");
 }
 

@@ -166,8 +166,8 @@ TEST_F(TableNodes, NodeMissingAtStartFailsEveryPeriod) {
         kRows.emplace_back(p, collect_gpu_stats_hndl);
     write_file(kBusy, "1 2\n");
     for (auto& [path, hndl] : kRows) {
-        std::string text = tarn_test::read_file(path);
-        unlink(path.c_str());
+        std::string text = tarn_test::read_file(at(path));
+        unlink(at(path).c_str());
         ASSERT_EQ(reopen_nodes(), 0);
         write_file(path, text);  // back after the table was opened
         EXPECT_EQ(sample(hndl), std::to_string(-EINVAL)) << path;
