@@ -179,6 +179,16 @@ TEST_F(ThermalTest, NodeWithoutNumberKeepsThePreviousReading) {
               records(0x3));
 }
 
+// A zone record that would pass its buffer is not reported at all, rather than cut; the other
+// parts go on.
+TEST_F(ThermalTest, ZoneRecordThatDoesNotFitIsDropped) {
+    restart(std::vector<Node>(1100, Node{"xo-therm", 35000}), {{"gpu", 4}});
+    Records got = records(0x7);
+    ASSERT_EQ(2u, got.size());
+    EXPECT_EQ(0u, got[0].rfind("cpu_pause: 0,", 0));
+    EXPECT_EQ(0u, got[1].rfind("CPU0_freq:1804800,", 0));
+}
+
 TEST_F(ThermalTest, ClockRecordKeepsWhatCanBeRead) {
     fs::remove(at(cpu_freq(0)));
     fs::remove(at(kDdrClock));

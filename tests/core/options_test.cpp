@@ -2,12 +2,15 @@
 // (The usage cases run against the real binary.)
 #include "options.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
 
+#include "common/test_util.h"
 #include "tarn_log.h"
 #include "zel_helper.h"
 
@@ -50,6 +53,28 @@ TEST(OptionsTest, PeriodsFlagsLevelAndAFreshStart) {
     EXPECT_EQ(0, cfg.power.tcpu);
     EXPECT_EQ(0u, cfg.thermal.enable_flag | cfg.stability.enable_flag);
     EXPECT_FALSE(cfg.startAtOnce);
+}
+
+// A FIFO that has a reader is taken, and the uploaded lines reach the reader.
+TEST(OptionsTest, LocalFifoWithAReader) {
+    tarn_test::TempDir dir;
+    const std::string fifo = dir.path + "/records";
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    CommandLineConfig cfg;
+    ASSERT_EQ(ParseResult::Run, parse({"--local", fifo}, &cfg));
+    ASSERT_NE(nullptr, g_local_file);
+    PowerZELHelper::getInstance()->log_blob(2, "battery,1", 9);
+    fflush(g_local_file);
+    char buf[512] = {};
+    ssize_t n = read(reader, buf, sizeof(buf) - 1);
+    EXPECT_TRUE(n > 0 &&
+                std::string(buf).find(",com.android.launcher3,battery,1\n") != std::string::npos)
+        << buf;
+    fclose(g_local_file);
+    g_local_file = nullptr;
+    close(reader);
 }
 
 }  // namespace
