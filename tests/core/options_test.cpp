@@ -69,9 +69,11 @@ TEST(OptionsTest, LocalFifoWithAReader) {
     fflush(g_local_file);
     char buf[512] = {};
     ssize_t n = read(reader, buf, sizeof(buf) - 1);
-    EXPECT_TRUE(n > 0 &&
-                std::string(buf).find(",com.android.launcher3,battery,1\n") != std::string::npos)
-        << buf;
+    // Without identity properties or version file, every field of the header has its default.
+    EXPECT_STREQ(
+        "tarn-stats-v2.1,dummymanufacturer,dummyplatform,dummyDevice,dummyVersion,"
+        "com.android.launcher3,battery,1\n",
+        n > 0 ? buf : "");
     fclose(g_local_file);
     g_local_file = nullptr;
     close(reader);
