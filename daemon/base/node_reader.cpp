@@ -27,8 +27,18 @@ ssize_t node_pread(int fd, char* buf, size_t size) {
     return (ssize_t)len;
 }
 
+int node_open(const char* path) {
+    return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+void node_close(int* fd) {
+    if (*fd < 0) return;
+    (void)close(*fd);
+    *fd = -1;
+}
+
 ssize_t node_read_path(const char* path, char* buf, size_t size) {
-    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    int fd = node_open(path);
     if (fd < 0) return -1;
     ssize_t n = node_pread(fd, buf, size);
     int err = n < 0 ? (int)-n : 0;

@@ -20,6 +20,11 @@
 // ends elsewhere, returns nothing or the buffer is full; a longer node is cut at `size`.
 ssize_t node_pread(int fd, char* buf, size_t size);
 
+// Opens `path` read-only for reads with node_pread, kept open: the descriptor, or -1 with errno.
+int node_open(const char* path);
+// Closes a descriptor of node_open and sets it to -1; nothing when it is -1 already.
+void node_close(int* fd);
+
 // Opens `path` read-only, reads it as node_pread does and closes it. Returns the length, or -1
 // when the file cannot be opened. A file that opens but cannot be read reads as empty; errno is
 // then the read's error, and 0 after a read that worked.

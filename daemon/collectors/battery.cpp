@@ -17,20 +17,17 @@
 
 #define BATTERY_UEVENT_PATH "/sys/class/power_supply/battery/uevent"
 
-static FILE* g_battery_fp = nullptr;
+static int g_battery_fd = -1;
 
 int32_t collect_battery_stats_init(const char* root) {
-    if (g_battery_fp != nullptr) return 0;
+    if (g_battery_fd >= 0) return 0;
     char path[DEVICE_PATH_LEN];
-    g_battery_fp = fopen(device_path(path, sizeof(path), root, BATTERY_UEVENT_PATH), "re");
-    return g_battery_fp != nullptr ? 0 : -1;
+    g_battery_fd = node_open(device_path(path, sizeof(path), root, BATTERY_UEVENT_PATH));
+    return g_battery_fd >= 0 ? 0 : -1;
 }
 
 int32_t collect_battery_stats_exit() {
-    if (g_battery_fp != nullptr) {
-        (void)fclose(g_battery_fp);
-        g_battery_fp = nullptr;
-    }
+    node_close(&g_battery_fd);
     return 0;
 }
 
@@ -89,9 +86,9 @@ int32_t collect_battery_stats_hndl(uint64_t) {
     memset(&f, 0, sizeof(f));
     char text[BATTERY_FIELD_LEN] = {0};
 
-    if (g_battery_fp == nullptr) return 0;
+    if (g_battery_fd < 0) return 0;
     char node[NODE_BUF_LEN];
-    ssize_t len = node_pread(fileno(g_battery_fp), node, sizeof(node));
+    ssize_t len = node_pread(g_battery_fd, node, sizeof(node));
     battery_parse_uevent(node, len > 0 ? (size_t)len : 0, &f);
 
     TLOGD(

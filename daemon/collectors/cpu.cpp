@@ -132,19 +132,32 @@ static int32_t check_cpufreq_policy_num() {
     return 0;
 }
 
+// The "%u-%u" scan of the possible-CPU list: its result as scanf gives it, with the first and
+// last CPU. A number is narrowed as %u narrows it.
+int cpu_parse_possible(const char* data, size_t len, unsigned int* min, unsigned int* max) {
+    mem_stream in = mem_open(data, len);
+    unsigned long long value = 0;
+    int ret = mem_scan_ull(&in, &value);
+    if (ret != 1) return ret;
+    *min = (unsigned int)value;
+    if (mem_getc(&in) != '-' || mem_scan_ull(&in, &value) != 1) return 1;
+    *max = (unsigned int)value;
+    return 2;
+}
+
 static int32_t check_cpu_min_max() {
-    FILE* fp = fopen(g_cpu_paths.possible, "re");
-    if (fp == nullptr) {
+    char node[NODE_BUF_LEN];
+    ssize_t len = node_read_path(g_cpu_paths.possible, node, sizeof(node));
+    if (len < 0) {
         int err = errno;
         TLOGE("Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
         return -err;
     }
     unsigned int min = 0, max = 0;
-    int ret = fscanf(fp, "%u-%u", &min, &max);
+    int ret = cpu_parse_possible(node, (size_t)len, &min, &max);
     TLOGW("CPU min: %u, max: %u ret:%d", min, max, ret);
     g_cpu.cpu_min = min;
     g_cpu.cpu_count = max + 1;
-    (void)fclose(fp);
     return 0;
 }
 
@@ -160,9 +173,9 @@ static void policy_check_file_path() {
                            g_cpu.cluster[slot], g_fnode_table[fnode_cpu_row(0, which)].path);
             TLOGW("filepath:%s", path);
             struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
-            if (row->fp != nullptr) (void)fclose(row->fp);
-            row->fp = fopen(path, "re");
-            if (row->fp == nullptr) TLOGE("fail to open [%s]", path);
+            node_close(&row->fd);
+            row->fd = node_open(path);
+            if (row->fd < 0) TLOGE("fail to open [%s]", path);
         }
     }
 }
@@ -202,11 +215,12 @@ static void InitClusterCapacityList(int slot) {
     char path[PATH_BUFLEN];
     (void)snprintf(path, sizeof(path), "%s%d/cpu_capacity", g_cpu_paths.cpu_dir,
                    g_cpu.cluster[slot]);
-    FILE* fp = fopen(path, "re");
-    if (fp == nullptr) return;
-    unsigned int capacity = 0;
-    if (fscanf(fp, "%u", &capacity) != 1) capacity = 0;
-    (void)fclose(fp);
+    char node[NODE_BUF_LEN];
+    ssize_t len = node_read_path(path, node, sizeof(node));
+    if (len < 0) return;
+    mem_stream in = mem_open(node, (size_t)len);
+    unsigned long long value = 0;
+    unsigned int capacity = mem_scan_ull(&in, &value) == 1 ? (unsigned int)value : 0;
 
     for (int i = 0; i < n; i++) {
         uint64_t pct = fmax != 0 ? g_cpu.cluster_freq_list[slot][i] * 100 / fmax : 0;
@@ -358,7 +372,7 @@ static int get_cpus_util(int slot, record* rec, util_reading* reading) {
     int32_t next = g_cpu.cluster[slot + 1];
     int32_t cpu_end = next == NO_POLICY ? cpu_start + 1 : next;
 
-    if (g_fnode_table[FNODE_PROC_STAT].fp == nullptr) {
+    if (g_fnode_table[FNODE_PROC_STAT].fd < 0) {
         TLOGE("PROC_STAT fp is Null");
         return -EINVAL;
     }

@@ -11,11 +11,11 @@
 #include "tarn_log.h"
 
 #define CPU_ROW(path) \
-    { 3, nullptr, path }
+    { 3, -1, path }
 #define NO_PATH(type) \
-    { type, nullptr, nullptr }
+    { type, -1, nullptr }
 #define ROW(type, path) \
-    { type, nullptr, path }
+    { type, -1, path }
 #define NO_PATH_GROUP NO_PATH(3), NO_PATH(3), NO_PATH(3), NO_PATH(3)
 #define NO_PATH_GROUPS_4 NO_PATH_GROUP, NO_PATH_GROUP, NO_PATH_GROUP, NO_PATH_GROUP
 
@@ -62,25 +62,22 @@ void fnode_open_all(const char* root) {
     // The CPU rows hold names relative to a policy directory; the CPU collector opens those.
     char path[DEVICE_PATH_LEN];
     for (int i = FNODE_PROC_STAT; i < FNODE_COUNT; i++) {
-        if (g_fnode_table[i].path != nullptr && g_fnode_table[i].fp == nullptr) {
-            g_fnode_table[i].fp =
-                fopen(device_path(path, sizeof(path), root, g_fnode_table[i].path), "re");
+        if (g_fnode_table[i].path != nullptr && g_fnode_table[i].fd < 0) {
+            g_fnode_table[i].fd =
+                node_open(device_path(path, sizeof(path), root, g_fnode_table[i].path));
         }
     }
 }
 
 void fnode_close_all() {
     for (int i = 0; i < FNODE_COUNT; i++) {
-        if (g_fnode_table[i].fp != nullptr) {
-            (void)fclose(g_fnode_table[i].fp);
-            g_fnode_table[i].fp = nullptr;
-        }
+        node_close(&g_fnode_table[i].fd);
     }
 }
 
 ssize_t fnode_read(int index, char* buf, size_t size) {
-    if (index < 0 || index >= FNODE_COUNT || g_fnode_table[index].fp == nullptr) return -EINVAL;
-    ssize_t n = node_pread(fileno(g_fnode_table[index].fp), buf, size);
+    if (index < 0 || index >= FNODE_COUNT || g_fnode_table[index].fd < 0) return -EINVAL;
+    ssize_t n = node_pread(g_fnode_table[index].fd, buf, size);
     return n < 0 ? 0 : n;
 }
 

@@ -10,7 +10,7 @@
 
 struct fnode {
     int32_t type;      // KPI id of the collector that reads the row; descriptive only
-    FILE* fp;          // open read-only stream, or null; read through its descriptor only
+    int fd;            // open read-only descriptor, or -1
     const char* path;  // null: never opened
 };
 
@@ -56,7 +56,7 @@ int32_t report_node_value(const char* hndl, const char* closing, const char* tag
 int append_node_u32(int index, const char* step, const char* label, record* rec);
 
 // Opens every row from /proc/stat on that has a path, under `root` (read-only; a failure leaves
-// the row null), and closes every open row.
+// the row closed), and closes every open row.
 void fnode_open_all(const char* root);
 void fnode_close_all();
 

@@ -394,9 +394,8 @@ static int32_t get_lpm_wcnss_stats(record* rec) {
     fnode* row = &g_fnode_table[FNODE_LPM_BASE + FNODE_LPM_WLAN];
     LPM_HNDL_LOGD(" wcnss use:%d buflen:%d", rec->use, RECORD_BUFLEN);
     LPM_WLAN_LOGD(" fnode->path:%s ", row->path != nullptr ? row->path : "(null)");
-    // The row holds no stream between calls; drop one that something else left open.
-    if (row->fp != nullptr) (void)fclose(row->fp);
-    row->fp = nullptr;
+    // The row holds no descriptor between calls; drop one that something else left open.
+    node_close(&row->fd);
 
     const char* path = find_wlan_file(row);
     char text[LPM_WLAN_TEXT_LEN] = {};

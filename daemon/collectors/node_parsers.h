@@ -6,6 +6,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
+// CPU: the "%u-%u" scan of the possible-CPU list; scanf's result, with the first and last CPU.
+int cpu_parse_possible(const char* data, size_t len, unsigned int* min, unsigned int* max);
+
 // Battery: the fields of the power-supply uevent file.
 #define BATTERY_FIELD_LEN 100
 struct battery_fields {

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "fnode.h"
+#include "node_reader.h"
 #include "power_fixture.h"
 
 using power_test::at;
@@ -77,8 +78,8 @@ class LpmTest : public ::testing::Test {
         write_wlan("wlnd", {100, 200, 30, 4000});
         for (int r = 0; r < 18; r++) {
             fnode& row = g_fnode_table[FNODE_LPM_BASE + r];
-            if (row.fp != nullptr) fclose(row.fp);
-            row.fp = fopen(at(row.path).c_str(), "r");
+            node_close(&row.fd);
+            row.fd = node_open(at(row.path).c_str());
         }
     }
 };
@@ -138,8 +139,7 @@ TEST_F(LpmTest, MissingFilesAndStreams) {
     // -22 and no record, whatever was built before.
     for (int row : {12, 5}) {
         fnode& n = g_fnode_table[FNODE_LPM_BASE + row];
-        fclose(n.fp);
-        n.fp = nullptr;
+        node_close(&n.fd);
         s = sample();
         EXPECT_EQ(s.ret, -22);
         EXPECT_EQ(s.record, "");
@@ -157,7 +157,7 @@ TEST_F(LpmTest, WlanFileChoiceAndDeltas) {
     V w = sample().parts.at("WCNSS");
     EXPECT_EQ(V(w.begin(), w.begin() + 4), (V{"5000", "6000", "70", "8000"}));
     EXPECT_EQ(row.path, at("/sys/kernel/wlnf/power_stats"));
-    EXPECT_EQ(row.fp, nullptr);
+    EXPECT_EQ(row.fd, -1);
     write_wlan("wlnf", {5100, 6300, 72, 9000});
     EXPECT_EQ(sample().last("WCNSS", 4), (V{"100", "300", "2", "1000"}));
     write_wlan("wlnf", {});  // header only: the record ends after the subsystems

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "common/test_util.h"
+#include "node_parsers.h"
 
 namespace {
 
@@ -39,6 +40,9 @@ const string kTexts[] = {
     string("\0 1", 3),
     "a much longer line that needs several pieces\nshort\n\n0123456789",
     "abcdef",
+    "0-7\n",
+    " 4 -5",
+    "2- 9x",
 };
 
 // Every piece that fgets cuts from the bytes, and the end-of-file flag after each read.
@@ -65,7 +69,8 @@ TEST(MemStream, LinePiecesMatchFgets) {
     }
 }
 
-// Two conversions in a row, as "%lld %lld", "%llu %llu", "%d %d", "%u %u" and "%3s%3s" scan them.
+// Two conversions in a row, as "%lld %lld", "%llu %llu", "%d %d", "%u %u", "%3s%3s" and the
+// possible-CPU list's "%u-%u" scan them.
 TEST(MemStream, ConversionsMatchScanf) {
     for (const string& text : kTexts) {
         SCOPED_TRACE(text);
@@ -118,6 +123,14 @@ TEST(MemStream, ConversionsMatchScanf) {
         EXPECT_EQ(wret, gret);
         for (int i = 0; i < 2 && i < wret; i++) EXPECT_EQ(0, memcmp(want[i], got[i], 4));
         EXPECT_EQ((bool)feof(fp), in.eof);  // a word cut at its width looks no further
+        fclose(fp);
+
+        unsigned wmin = 77, wmax = 77, gmin = 77, gmax = 77;
+        fp = stream_of(text);
+        EXPECT_EQ(fscanf(fp, "%u-%u", &wmin, &wmax),
+                  cpu_parse_possible(text.data(), text.size(), &gmin, &gmax));
+        EXPECT_EQ(wmin, gmin);
+        EXPECT_EQ(wmax, gmax);
         fclose(fp);
     }
 }
