@@ -103,10 +103,10 @@ static void thermal_build_paths(const char* root) {
     device_path(p.ddr_clock, sizeof(p.ddr_clock), root, THERMAL_DDR_CLOCK);
 }
 
-// Opens `path`, reads it in one go, closes it and runs `scan` over its bytes once. Returns 0, -1
-// when the node cannot be opened, or the scan's negative result when the node held nothing to
-// scan (end of file or a read error). A scan that converts nothing is a read that worked: the
-// destination keeps what it held.
+// Opens `path`, reads it in one go, closes it and runs `scan` over its bytes (data, length) once.
+// Returns 0, -1 when the node cannot be opened, or the scan's negative result when the node held
+// nothing to scan (end of file or a read error). A scan that converts nothing is a read that
+// worked: the destination keeps what it held.
 template <typename Scan>
 static int32_t thermal_scan_node(const char* path, Scan scan) {
     char buf[THERMAL_NODE_LEN];
@@ -114,8 +114,7 @@ static int32_t thermal_scan_node(const char* path, Scan scan) {
     if (len < 0) return -1;
     // A plain end of file has no error of its own: report it as a node without data.
     int err = errno != 0 ? errno : ENODATA;
-    mem_stream in = mem_open(buf, (size_t)len);
-    int ret = scan(&in);
+    int ret = scan(buf, (size_t)len);
     if (ret < 0) {
         TLOGE_FN("thermal_scan_node", "scan node error %s: %s\n", path, strerror(err));
         return ret;
@@ -186,8 +185,10 @@ int thermal_parse_type(const char* data, size_t len, char* name) {
 static int32_t thermal_read_type(const char* path, char (&name)[THERMAL_NAME_LEN]) {
     char next = '\0';
     name[0] = '\0';
-    int32_t ret =
-        thermal_scan_node(path, [&](mem_stream* in) { return scan_type(in, name, &next); });
+    int32_t ret = thermal_scan_node(path, [&](const char* data, size_t len) {
+        mem_stream in = mem_open(data, len);
+        return scan_type(&in, name, &next);
+    });
     if (ret < 0) return ret;
     int verdict = type_verdict(name, next);
     if (verdict == TYPE_TOO_LONG) TLOGE("type name too long in %s\n", path);
@@ -341,8 +342,9 @@ static void thermal_collect_cooling_device_hndl() {
     unsigned long state = 0;
     for (int32_t n = 0; n < g_thermal.num_coolings; n++) {
         const thermal_node* node = &g_thermal.coolings[n];
-        if (thermal_scan_node(node->value_path,
-                              [&](mem_stream* in) { return scan_ulong(in, &state); }) != 0) {
+        if (thermal_scan_node(node->value_path, [&](const char* data, size_t len) {
+                return thermal_parse_ulong(data, len, &state);
+            }) != 0) {
             TLOGE("read cooling state error\n");
             state = 0;
         }
@@ -379,8 +381,9 @@ static void thermal_collect_thermalzone_hndl() {
     int32_t temp = 0;
     for (int32_t n = 0; n < g_thermal.num_zones; n++) {
         const thermal_node* node = &g_thermal.zones[n];
-        if (thermal_scan_node(node->value_path,
-                              [&](mem_stream* in) { return scan_i32(in, &temp); }) != 0) {
+        if (thermal_scan_node(node->value_path, [&](const char* data, size_t len) {
+                return thermal_parse_i32(data, len, &temp);
+            }) != 0) {
             TLOGE("read temp error\n");
             temp = 0;
         }
@@ -412,8 +415,9 @@ static void thermal_collect_thermalzone_hndl() {
     if (rec.append("skin-temp: %d,", quiet_temp != 0 ? quiet_temp : skin_temp) < 0) return;
 
     long long current = 0;
-    if (thermal_scan_node(g_thermal_paths.battery_current,
-                          [&](mem_stream* in) { return mem_scan_ll(in, &current); }) == 0) {
+    if (thermal_scan_node(g_thermal_paths.battery_current, [&](const char* data, size_t len) {
+            return thermal_parse_ll(data, len, &current);
+        }) == 0) {
         if (rec.append("current:%lld,", current / 1000) < 0) return;
     }
 
@@ -427,20 +431,23 @@ static void thermal_collect_cpu_info_hndl() {
 
     for (size_t i = 0; i < THERMAL_CLOCK_CPUS; i++) {
         unsigned long freq = 0;
-        if (thermal_scan_node(g_thermal_paths.cpu_clock[i],
-                              [&](mem_stream* in) { return scan_ulong(in, &freq); }) != 0)
+        if (thermal_scan_node(g_thermal_paths.cpu_clock[i], [&](const char* data, size_t len) {
+                return thermal_parse_ulong(data, len, &freq);
+            }) != 0)
             continue;
         if (rec.append("CPU%d_freq:%d,", kClockCpus[i].cpu, static_cast<int32_t>(freq)) < 0) return;
     }
 
     unsigned long hz = 0;
-    if (thermal_scan_node(g_thermal_paths.gpu_clock,
-                          [&](mem_stream* in) { return scan_ulong(in, &hz); }) == 0) {
+    if (thermal_scan_node(g_thermal_paths.gpu_clock, [&](const char* data, size_t len) {
+            return thermal_parse_ulong(data, len, &hz);
+        }) == 0) {
         if (rec.append("GPU(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
     hz = 0;
-    if (thermal_scan_node(g_thermal_paths.ddr_clock,
-                          [&](mem_stream* in) { return scan_ulong(in, &hz); }) == 0) {
+    if (thermal_scan_node(g_thermal_paths.ddr_clock, [&](const char* data, size_t len) {
+            return thermal_parse_ulong(data, len, &hz);
+        }) == 0) {
         if (rec.append("DDR(MHz):%d,", static_cast<int32_t>(hz / 1000000)) < 0) return;
     }
 
