@@ -103,7 +103,11 @@ void restart(const std::vector<Node>& zones, const std::vector<Node>& coolings) 
 
 class ThermalTest : public ::testing::Test {
   protected:
-    void SetUp() override { write_side_nodes(); }
+    // The side nodes, and the collector started on the tree as it stands.
+    void SetUp() override {
+        write_side_nodes();
+        ASSERT_EQ(0, collect_thermal_stats_init(tarn_test::device_root().c_str()));
+    }
 };
 
 TEST_F(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
