@@ -50,7 +50,8 @@ pol=sepolicy
 chk=sepolicy/check
 for variant in user userdebug; do
     conf=$out/policy.$variant.conf
-    m4 -E -D target_build_variant="$variant" -s $chk/global_macros $chk/te_macros \
+    m4 -E -D target_build_variant="$variant" -D target_full_treble=true \
+        -D target_enforce_debugfs_restriction=true -s $chk/global_macros $chk/te_macros \
         $chk/security_classes $chk/initial_sids $chk/access_vectors $chk/mls $chk/platform.te \
         $pol/*.te $chk/restrictions.te $chk/users $pol/genfs_contexts >"$conf" ||
         fail "m4 failed on the $variant policy"
