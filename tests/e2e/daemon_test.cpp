@@ -55,9 +55,10 @@ TEST(DaemonTest, UsageTextAndExitZero) {
 
 TEST(DaemonTest, MissingServicesGiveTheirExitStatus) {
     // A non-zero level property wins over -d: at 3 not even the warnings before the registration.
+    // The vendor-namespace level is read only when the documented property is 0 or unset.
     SimOptions no_sdk;
     no_sdk.telemetry = false;
-    no_sdk.props = {"rw.debug.tarn.stats.enabled=3"};
+    no_sdk.props = {"rw.debug.tarn.stats.enabled=3", "vendor.tarn_stats.debug_level=7"};
     SimRun a(no_sdk, {tarn_test::daemon_path(), "-d", "7", "--daemon", "--bat", "1"});
     EXPECT_EQ(255, a.wait_exit());
     std::string log = a.log();
@@ -66,6 +67,12 @@ TEST(DaemonTest, MissingServicesGiveTheirExitStatus) {
     EXPECT_EQ(1u, count(log, "E TARN_STATS_MAIN: main() "));
     EXPECT_EQ(1u, count(log, ": registerCollector failed ret:-1"));
     EXPECT_EQ(1u, count(log, "getprop key:rw.debug.tarn.stats.enabled value:3 default:0"));
+    EXPECT_EQ(0u, count(log, " W TARN_STATS"));
+    no_sdk.props = {"rw.debug.tarn.stats.enabled=0", "vendor.tarn_stats.debug_level=3"};
+    SimRun vendor_level(no_sdk, {tarn_test::daemon_path(), "-d", "7", "--daemon", "--bat", "1"});
+    EXPECT_EQ(255, vendor_level.wait_exit());
+    log = vendor_level.log();
+    EXPECT_EQ(1u, count(log, "getprop key:vendor.tarn_stats.debug_level value:3 default:0")) << log;
     EXPECT_EQ(0u, count(log, " W TARN_STATS"));
 
     SimOptions no_hal;
