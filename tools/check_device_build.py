@@ -301,7 +301,7 @@ def check_rc(root, rc, known, findings):
             continue
         word = words[0]
         if word in sections:
-            section = word
+            section = word if word != "import" else None
         elif section == "service":
             if word not in options:
                 findings.add(rc, n, f"init has no service option {word!r}")
