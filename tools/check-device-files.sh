@@ -31,16 +31,20 @@ for bp in $bps; do
     [ -z "$diff" ] || { echo "$diff"; fail "$bp is not formatted (bpfmt -s -w $bp)"; }
     # Files named one by one (not through a glob) must exist: a renamed test breaks the device
     # build, which nothing here runs.
+    dir=.
+    [[ "$bp" != */* ]] || dir=${bp%/*}
     for f in $(grep -v '^ *//' "$bp" | grep -oE '"[a-z][^"*]*\.(cpp|proto|rc)"' | tr -d '"'); do
-        [ -e "$(dirname "$bp")/$f" ] || fail "$bp names $f, which does not exist"
+        [ -e "$dir/$f" ] || fail "$bp names $f, which does not exist"
     done
 done
 
 # Every fuzzer of the host build has its cc_fuzz with its corpus.
+bp_text=$(<Android.bp)
 for harness in tests/fuzz/*_fuzz.cpp; do
-    name=$(basename "$harness" _fuzz.cpp)
-    grep -q "\"$harness\"" Android.bp || fail "Android.bp has no cc_fuzz for $harness"
-    grep -q "\"tests/fuzz/corpus/$name/\*\"" Android.bp || fail "Android.bp gives $name no corpus"
+    name=${harness#tests/fuzz/}
+    name=${name%_fuzz.cpp}
+    [[ "$bp_text" == *"\"$harness\""* ]] || fail "Android.bp has no cc_fuzz for $harness"
+    [[ "$bp_text" == *"\"tests/fuzz/corpus/$name/*\""* ]] || fail "Android.bp gives $name no corpus"
 done
 
 # shellcheck disable=SC2086
