@@ -200,8 +200,8 @@ def proto_headers(module, by_name, bp_dir):
                 continue
             path = prop(group, "path")
             if path is not None and not canonical:
-                base = os.path.join(bp_dir, path.data)
-            files = [f for pat, _ in strings(prop(group, "srcs")) for f in soong_glob(bp_dir, pat)]
+                base = os.path.join(group["dir"], path.data)
+            files = [f for pat, _ in strings(prop(group, "srcs")) for f in soong_glob(group["dir"], pat)]
         else:
             files = [f for f in soong_glob(bp_dir, src) if f not in excluded]
         for f in files:
@@ -244,6 +244,7 @@ def check_bp_files(root, bp_files, known, findings):
     by_name = {}
     for bp, modules in parsed:
         for m in modules:
+            m["dir"] = os.path.join(root, os.path.dirname(bp))
             name = prop(m, "name")
             if name is not None:
                 by_name[name.data] = m
