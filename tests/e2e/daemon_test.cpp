@@ -55,7 +55,7 @@ TEST(DaemonTest, UsageTextAndExitZero) {
 
 TEST(DaemonTest, MissingServicesGiveTheirExitStatus) {
     // A non-zero level property wins over -d: at 3 not even the warnings before the registration.
-    // The vendor-namespace level is read only when the documented property is 0 or unset.
+    // vendor.tarn_stats.debug_level counts only when rw.debug.tarn.stats.enabled is 0 or unset.
     SimOptions no_sdk;
     no_sdk.telemetry = false;
     no_sdk.props = {"rw.debug.tarn.stats.enabled=3", "vendor.tarn_stats.debug_level=7"};
