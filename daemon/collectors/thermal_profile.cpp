@@ -147,6 +147,7 @@ int parse_into(const char* data, size_t len, thermal_profile* out, char* err, si
         if (line.rfind("* ", 0) == 0) line.erase(0, 2);
         size_t next = line.find(" * ");
         if (next != std::string::npos) line.resize(next);
+        while (!line.empty() && line.back() == ' ') line.pop_back();
         return fail(err, err_len, "not JSON: %.160s", line.c_str());
     }
     if (!root.isObject()) return fail(err, err_len, "the top level is not an object");
