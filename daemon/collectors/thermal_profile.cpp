@@ -5,14 +5,13 @@
 #include <ctype.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <json/json.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <json/json.h>
 
 #include <memory>
 #include <string>

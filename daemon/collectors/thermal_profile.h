@@ -33,9 +33,9 @@
 struct thermal_profile {
     thermal_zone_group zone[THERMAL_ZONE_GROUPS];
     thermal_cooling_group cooling[THERMAL_COOLING_GROUPS];
-    const char* skin;         // exact type name of the skin sensor; null: the built-in pair
-    int32_t zone_replaced;    // zone groups whose lists the profile gives
-    int32_t cooling_replaced; // cooling groups whose lists the profile gives
+    const char* skin;          // exact type name of the skin sensor; null: the built-in pair
+    int32_t zone_replaced;     // zone groups whose lists the profile gives
+    int32_t cooling_replaced;  // cooling groups whose lists the profile gives
     char zone_text[THERMAL_ZONE_GROUPS][THERMAL_ZONE_MATCH_MAX][THERMAL_PROFILE_NAME_LEN];
     char cooling_text[THERMAL_COOLING_GROUPS][THERMAL_COOLING_MATCH_MAX][THERMAL_PROFILE_NAME_LEN];
     char skin_text[THERMAL_PROFILE_NAME_LEN];

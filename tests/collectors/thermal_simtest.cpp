@@ -216,15 +216,15 @@ TEST_F(ThermalTest, ProfileRegroupsTypeNamesAndNamesTheSkinSensor) {
         "zone_groups": {"cpu-tj-max-temp": ["cpu-1-"], "video-tj-temp": ["cpu-1-", "vid"],
                         "misc_skin": ["usb-therm"]},
         "cooling_groups": {"gpu": ["devfreq"], "cpu0": []}})");
-    std::string log = restart_logged({{"cpuss-0", 45000},
-                                      {"cpu-1-2", 52000},
-                                      {"board-usr", 30500},
-                                      {"usb-therm", 29500},
-                                      {"quiet-therm", 31000},
-                                      {"ddr-usr", 38000},
-                                      {"vidc-usr", 40000}},
-                                     {{"thermal-devfreq-0", 4}, {"cpufreq-cpu0", 3}, {"battery", 5}},
-                                     7);
+    std::string log =
+        restart_logged({{"cpuss-0", 45000},
+                        {"cpu-1-2", 52000},
+                        {"board-usr", 30500},
+                        {"usb-therm", 29500},
+                        {"quiet-therm", 31000},
+                        {"ddr-usr", 38000},
+                        {"vidc-usr", 40000}},
+                       {{"thermal-devfreq-0", 4}, {"cpufreq-cpu0", 3}, {"battery", 5}}, 7);
     EXPECT_EQ((Records{"cpu_pause: 0,cpu_hotplug: 0,cpu0: 0,cpu2: 0,cpu3: 0,cpu4: 0,cpu5: 0,"
                        "cpu6: 0,cpu7: 0,gpu: 4,cdsp: 0,modem_kr: 0,modem: 0,ddr: 0,"
                        "battery_current: 5,modem_vdd: 0,",
@@ -238,9 +238,10 @@ TEST_F(ThermalTest, ProfileRegroupsTypeNamesAndNamesTheSkinSensor) {
         size_t at = line.find(" matches no group");
         if (at != std::string::npos) unmatched += line.substr(line.rfind(": ", at) + 2) + ";";
     }
-    EXPECT_EQ("thermal zone cpuss-0 matches no group;thermal zone quiet-therm matches no group;"
-              "cooling device cpufreq-cpu0 matches no group;",
-              unmatched);
+    EXPECT_EQ(
+        "thermal zone cpuss-0 matches no group;thermal zone quiet-therm matches no group;"
+        "cooling device cpufreq-cpu0 matches no group;",
+        unmatched);
 }
 
 // Each bad profile gives one error line naming the file and the fault; the built-in tables stay
@@ -249,13 +250,15 @@ TEST_F(ThermalTest, ProfileRegroupsTypeNamesAndNamesTheSkinSensor) {
 TEST_F(ThermalTest, BadProfileLogsOneErrorAndKeepsTheBuiltInTables) {
     auto list = [](int n) {
         std::string out = "[";
-        for (int i = 0; i < n; i++) out += std::string(i ? "," : "") + "\"m" + std::to_string(i) + "\"";
+        for (int i = 0; i < n; i++)
+            out += std::string(i ? "," : "") + "\"m" + std::to_string(i) + "\"";
         return out + "]";
     };
     const std::pair<std::string, std::string> cases[] = {
         {R"({"cooling_groups": {"gpu": ["display"], "cdsp": [1]}})",
          "cooling_groups \"cdsp\": not a string"},
-        {"{\"zone_groups\": ", "not JSON: Line 1, Column 17 Syntax error: value, object or array expected.;"},
+        {"{\"zone_groups\": ",
+         "not JSON: Line 1, Column 17 Syntax error: value, object or array expected.;"},
         {R"({"skin_sensor": "a", "skin_sensor": "b"})", "not JSON"},
         {std::string(200, '[') + std::string(200, ']'), "nested deeper than 8 levels"},
         {"[]", "the top level is not an object"},
@@ -284,8 +287,7 @@ TEST_F(ThermalTest, BadProfileLogsOneErrorAndKeepsTheBuiltInTables) {
         } else {
             write_file(kProfile, text);
         }
-        std::vector<std::string> lines =
-            tarn_test::split_lines(restart_logged(kZones, kCoolings));
+        std::vector<std::string> lines = tarn_test::split_lines(restart_logged(kZones, kCoolings));
         ASSERT_EQ(1u, lines.size()) << reason;
         EXPECT_NE(std::string::npos, lines[0].find(" E TARN_STATS_THERMAL: ")) << lines[0];
         EXPECT_NE(std::string::npos, lines[0].find(kProfile + ": ")) << lines[0];

@@ -177,8 +177,8 @@ TEST(DaemonTest, StartStopRestartKeepsCountsRejectsBadCampaignsAndFollowsHints) 
 TEST(DaemonTest, PhoneBThermalGroupsFollowItsDeviceProfile) {
     const char* const kAlways[] = {"cpu-tj-max-temp", "gpu-tj-max-temp", "aoss-tj-temp",
                                    "ddr-tj-temp", "video-tj-temp"};
-    const char* const kByProfile[] = {"skin-temp", "nsp-tj-temp", "camera-tj-temp",
-                                      "cpu_pause", "cpu0", "cpu4", "gpu"};
+    const char* const kByProfile[] = {
+        "skin-temp", "nsp-tj-temp", "camera-tj-temp", "cpu_pause", "cpu0", "cpu4", "gpu"};
     SimOptions opts;
     opts.image = TARN_SOURCE_DIR "/sim/devices/phone-b";
     for (bool profile : {true, false}) {

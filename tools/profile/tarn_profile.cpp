@@ -47,8 +47,7 @@ bool kind_of_dir(const std::string& dir, bool* zone, long* index) {
                                                                : nullptr;
     if (prefix == nullptr) return false;
     std::string digits = base.substr(strlen(prefix));
-    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos)
-        return false;
+    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos) return false;
     *zone = prefix[0] == 't';
     *index = atol(digits.c_str());
     return true;
@@ -137,8 +136,8 @@ void report(const thermal_profile& p, std::vector<Name> names) {
         std::string where;
         if (n.zone) {
             int g = thermal_match_zone(p.zone, THERMAL_ZONE_GROUPS, buf);
-            bool is_skin = strcmp(buf, skin) == 0 ||
-                           (p.skin == nullptr && strcmp(buf, "skin-vqm-therm") == 0);
+            bool is_skin =
+                strcmp(buf, skin) == 0 || (p.skin == nullptr && strcmp(buf, "skin-vqm-therm") == 0);
             skin_found |= is_skin;
             if (g >= 0) where = p.zone[g].name;
             if (g >= 0 && strcmp(p.zone[g].name, THERMAL_MISC_SKIN) == 0)
@@ -163,7 +162,8 @@ void report(const thermal_profile& p, std::vector<Name> names) {
     for (const auto& [kind, lost] : {std::make_pair("zones", &lost_zones),
                                      std::make_pair("cooling devices", &lost_coolings)}) {
         printf("%s in no group: %zu", kind, lost->size());
-        for (size_t i = 0; i < lost->size(); i++) printf("%s%s", i == 0 ? ": " : " ", (*lost)[i].c_str());
+        for (size_t i = 0; i < lost->size(); i++)
+            printf("%s%s", i == 0 ? ": " : " ", (*lost)[i].c_str());
         printf("\n");
     }
 }
@@ -190,8 +190,8 @@ int main(int argc, char** argv) {
             return 2;
         } else {
             std::error_code ec;
-            ok = ok && (fs::is_directory(arg, ec) ? read_dir(arg, &names)
-                                                   : read_file(arg, -1, &names));
+            ok = ok &&
+                 (fs::is_directory(arg, ec) ? read_dir(arg, &names) : read_file(arg, -1, &names));
         }
     }
     if (!ok) return 2;
@@ -204,8 +204,7 @@ int main(int argc, char** argv) {
         char err[THERMAL_PROFILE_ERR_LEN];
         int ret = thermal_profile_read(profile_path, &profile, err, sizeof(err));
         if (ret <= 0) {
-            fprintf(stderr, "tarn_profile: %s: %s\n", profile_path,
-                    ret == 0 ? "no such file" : err);
+            fprintf(stderr, "tarn_profile: %s: %s\n", profile_path, ret == 0 ? "no such file" : err);
             fprintf(stderr, "tarn_profile: the daemon would keep the built-in tables\n");
             return 1;
         }
