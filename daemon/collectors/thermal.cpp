@@ -22,6 +22,7 @@
 #include "collectors/node_reader.h"
 #include "collectors/record.h"
 #include "collectors/thermal_groups.h"
+#include "collectors/thermal_profile.h"
 #include "core/kpi_ids.h"
 #include "core/tarn_log.h"
 
@@ -34,6 +35,7 @@
 #define THERMAL_DDR_CLOCK "/sys/kernel/debug/clk/measure_only_mccc_clk/clk_measure"
 
 #define THERMAL_NAME_LEN 1024
+static_assert(THERMAL_NAME_LEN == THERMAL_TYPE_LEN, "one buffer size for type names");
 #define THERMAL_PATH_LEN 72
 #define THERMAL_NODE_LEN 4096
 #define THERMAL_RECORD_LEN 16384
@@ -62,9 +64,15 @@ struct thermal_state {
     int32_t num_zones;
     thermal_node* coolings;
     int32_t num_coolings;
+    // Exact type names of the zones that give the skin temperature: the first while it reads
+    // non-zero, else the second (none when null).
+    const char* skin_first = "quiet-therm";
+    const char* skin_second = "skin-vqm-therm";
 };
 
 static thermal_state g_thermal;
+// The device profile's tables, attached instead of the built-in ones when a profile is installed.
+static thermal_profile g_thermal_profile;
 
 // Opens `path`, reads it in one go, closes it and runs `scan` over its bytes once. Returns 0, -1
 // when the node cannot be opened, or the scan's negative result when the node held nothing to
@@ -229,21 +237,24 @@ static void thermal_zone_device_init() {
         (void)snprintf(path, sizeof(path), "%s%d/type", THERMAL_ZONE_PREFIX, i);
         if (thermal_read_type(path, name) != 0) continue;
         TLOGD("thermal zone name %s\n", name);
-        if (thermal_match_zone(g_thermal.zone_groups, g_thermal.num_zone_groups, name) >= 0)
+        if (thermal_match_zone(g_thermal.zone_groups, g_thermal.num_zone_groups, name) >= 0 ||
+            strcmp(name, g_thermal.skin_first) == 0)
             g_thermal.zone_marks[i] = 1;
+        else
+            TLOGD("thermal zone %s matches no group\n", name);
         g_thermal.num_sensor = i + 1;
     }
 
     for (int32_t i = 0; i < g_thermal.num_tz; i++) {
         (void)snprintf(path, sizeof(path), "%s%d/type", THERMAL_COOLING_PREFIX, i);
         if (thermal_read_type(path, name) == 0) {
-            // A type such as "limits,cpu5" is known by the word after its first comma.
-            char word[THERMAL_NAME_LEN];
-            if (sscanf(name, "%*[^','],%1023s", word) == 1) memcpy(name, word, sizeof(word));
+            thermal_cooling_mark_name(name);
             TLOGD("cooling name %s\n", name);
             if (thermal_match_cooling(g_thermal.cooling_groups, g_thermal.num_cooling_groups,
                                       name) >= 0)
                 g_thermal.cooling_marks[i] = 1;
+            else
+                TLOGD("cooling device %s matches no group\n", name);
         }
         g_thermal.num_cooling = i + 1;
     }
@@ -266,6 +277,14 @@ int32_t collect_thermal_stats_init() {
     g_thermal.num_zone_groups = THERMAL_ZONE_GROUPS;
     g_thermal.cooling_groups = g_thermal_cooling_groups;
     g_thermal.num_cooling_groups = THERMAL_COOLING_GROUPS;
+    if (thermal_profile_load(THERMAL_PROFILE_PATH, &g_thermal_profile) > 0) {
+        g_thermal.zone_groups = g_thermal_profile.zone;
+        g_thermal.cooling_groups = g_thermal_profile.cooling;
+        if (g_thermal_profile.skin != nullptr) {
+            g_thermal.skin_first = g_thermal_profile.skin;
+            g_thermal.skin_second = nullptr;
+        }
+    }
 
     g_thermal.zone_marks = thermal_alloc_marks(g_thermal.num_tz);
     g_thermal.cooling_marks = thermal_alloc_marks(g_thermal.num_tz);
@@ -348,9 +367,9 @@ static void thermal_collect_thermalzone_hndl() {
         }
         if (thermal_read_type(node->type_path, type) != 0) continue;
 
-        if (strcmp(type, "quiet-therm") == 0)
+        if (strcmp(type, g_thermal.skin_first) == 0)
             quiet_temp = temp;
-        else if (strcmp(type, "skin-vqm-therm") == 0)
+        else if (g_thermal.skin_second != nullptr && strcmp(type, g_thermal.skin_second) == 0)
             skin_temp = temp;
 
         int g = thermal_match_zone(groups, ngroups, type);
