@@ -8,7 +8,9 @@
 # make test-arm64: cross-build for AArch64 and run every test under qemu user-mode emulation.
 # make check-aosp: compile the daemon against the genuine AOSP log and cutils headers, link it
 #   against the genuine liblog.
-# make check-device-files: Android.bp formatting and the SELinux policy's syntax.
+# make check-device-files: the device files (Android.bp, tarn_stats.rc, config.fs, sepolicy/)
+#   against what the device build knows and the platform's neverallow rules, then the same check
+#   on a table of broken copies, each of which it must refuse.
 # make format-check: every tracked C/C++ source formatted as .clang-format says (clang-format-14).
 # make tidy-check: clang-tidy on the daemon's sources with the checks of daemon/.clang-tidy.
 JOBS ?= 2
@@ -69,6 +71,7 @@ check-aosp:
 
 check-device-files:
 	@bash tools/check-device-files.sh
+	@/usr/bin/python3 tests/tools/check_device_files_test.py
 
 format-check:
 	@bash tools/format-check.sh

@@ -2,8 +2,9 @@
 # Runs the daemon on the simulated phone8 device for 30 seconds with a period for every collector
 # and prints each record as it arrives: seconds since start, the kind of record, the foreground
 # application and the record itself. The records, with their times, are kept in build/demo.records;
-# at the end tools/tarn_records draws them in build/demo.png and prints their summary. The
-# daemon's own log goes to build/demo.log.
+# at the end tools/tarn_records draws them in build/demo.png, writes them as a trace that
+# Perfetto opens in build/demo.json and prints their summary. The daemon's own log goes to
+# build/demo.log.
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
@@ -12,6 +13,7 @@ DURATION=${DURATION:-30}
 LOG="$BUILD/demo.log"
 RECORDS="$BUILD/demo.records"
 PICTURE="$BUILD/demo.png"
+TRACE="$BUILD/demo.json"
 
 declare -A KIND=(
     [2]=battery [3]=cpu [4]=gpu [5]=ddr [6]=low-power [7]=processes [8]=brightness
@@ -63,7 +65,8 @@ wait
 echo
 echo "daemon and simulator exited with status $status"
 echo
-tools/tarn_records --summary --plot "$PICTURE" "$RECORDS" || status=1
+tools/tarn_records --summary --plot "$PICTURE" --perfetto "$TRACE" "$RECORDS" || status=1
 echo
 echo "the run in one picture: $PICTURE (records in $RECORDS)"
+echo "the run as a trace: $TRACE (open it at ui.perfetto.dev, or in trace_processor)"
 exit "$status"

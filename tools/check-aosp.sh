@@ -19,7 +19,7 @@ protoc --cpp_out="$OUT/gen" -Idaemon/report daemon/report/tarn_stats.proto
 # so the stand-ins would win.
 flags=(-std=c++17 -Wall -Wextra -Wformat=2 -Wshadow -Werror -O1 -I"$AOSP_INC" -Idaemon -Idaemon/base -Idaemon/report
        -Idaemon/collectors -Idaemon/sched -Iplatform/include
-       -Iplatform/wire -I"$OUT/gen")
+       -Iplatform/wire -I"$OUT/gen" -I/usr/include/jsoncpp)
 export OUT
 compile() { # source [extra flags...]: one object per source, named after its path
     local src=$1 rel
@@ -47,7 +47,7 @@ for header in log/log.h android/log.h cutils/properties.h; do
 done
 
 clang++ -o "$OUT/tarn_stats" "$OUT"/obj/*.o -L"$AOSP_LIB" -Wl,-rpath,"$AOSP_LIB" -llog \
-    -lprotobuf -pthread
+    -lprotobuf -ljsoncpp -pthread
 # Tools' output is taken whole before grep reads it: with pipefail, grep -q leaving early would
 # fail the pipe on the writer's SIGPIPE.
 symbols=$(nm "$OUT/tarn_stats")

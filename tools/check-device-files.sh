@@ -1,34 +1,55 @@
 #!/usr/bin/env bash
-# make check-device-files: what can be checked here of the device build's files.
+# make check-device-files: the device build's files checked against what the device build knows.
 #  - Android.bp: formatted as bpfmt formats it, arrays sorted (a syntax error fails too); the
 #    files it names one by one exist; every fuzzer of tests/fuzz has its cc_fuzz and corpus.
+#  - tools/check_device_build.py, with the module types, properties, vendor libraries, init
+#    keywords, task profiles and property namespaces of tools/device_build_known.txt: every
+#    module type and property is Soong's, every shared library of a vendor module is on a vendor
+#    image, every cc_fuzz has its fuzz_config, the generated proto header is included under the
+#    name Soong gives it; the .rc files use init's keywords, known task profiles and a seclabel
+#    of the policy; property_contexts stays inside the vendor property namespaces.
 #  - tarn_stats.rc: its user and groups are those of config.fs or known platform groups.
-#  - sepolicy/: compiled with m4 and checkpolicy on top of the small platform stand-in in
-#    sepolicy/check/, once as a user build and once as a userdebug build; every context of
-#    file_contexts and property_contexts must name a declared type; types in file_contexts
-#    must be file types. The device build, with the platform's whole policy, is the real check.
+#  - sepolicy/: compiled with m4 and checkpolicy on top of the platform stand-in in
+#    sepolicy/check/, which states the platform's neverallow rules, once as a user build and once
+#    as a userdebug build; a broken rule is named with the policy line that breaks it. Every
+#    context of file_contexts and property_contexts must name a declared type; types in
+#    file_contexts must be file types.
+# Usage: check-device-files.sh [ROOT]: ROOT (the repository by default) holds the device files;
+# the platform stand-in and the known lists are always the repository's.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-bash tools/install-deps.sh checks
+repo=$(cd "$(dirname "$0")/.." && pwd)
+root=$(cd "${1:-$repo}" && pwd)
+[ -n "${TARN_DEPS_CHECKED:-}" ] || bash "$repo/tools/install-deps.sh" checks
+cd "$root"
 
 fail() { echo "check-device-files: $*" >&2; exit 1; }
 
-for bp in $(git ls-files '*.bp' 2>/dev/null || echo Android.bp); do
+bps=$(git ls-files '*.bp' 2>/dev/null || true)
+[ -n "$bps" ] || bps=Android.bp
+for bp in $bps; do
     diff=$(bpfmt -s -d "$bp") || fail "$bp does not parse"
     [ -z "$diff" ] || { echo "$diff"; fail "$bp is not formatted (bpfmt -s -w $bp)"; }
     # Files named one by one (not through a glob) must exist: a renamed test breaks the device
     # build, which nothing here runs.
+    dir=.
+    [[ "$bp" != */* ]] || dir=${bp%/*}
     for f in $(grep -v '^ *//' "$bp" | grep -oE '"[a-z][^"*]*\.(cpp|proto|rc)"' | tr -d '"'); do
-        [ -e "$(dirname "$bp")/$f" ] || fail "$bp names $f, which does not exist"
+        [ -e "$dir/$f" ] || fail "$bp names $f, which does not exist"
     done
 done
 
 # Every fuzzer of the host build has its cc_fuzz with its corpus.
+bp_text=$(<Android.bp)
 for harness in tests/fuzz/*_fuzz.cpp; do
-    name=$(basename "$harness" _fuzz.cpp)
-    grep -q "\"$harness\"" Android.bp || fail "Android.bp has no cc_fuzz for $harness"
-    grep -q "\"tests/fuzz/corpus/$name/\*\"" Android.bp || fail "Android.bp gives $name no corpus"
+    name=${harness#tests/fuzz/}
+    name=${name%_fuzz.cpp}
+    [[ "$bp_text" == *"\"$harness\""* ]] || fail "Android.bp has no cc_fuzz for $harness"
+    [[ "$bp_text" == *"\"tests/fuzz/corpus/$name/*\""* ]] || fail "Android.bp gives $name no corpus"
 done
+
+# shellcheck disable=SC2086
+python3 "$repo/tools/check_device_build.py" "$root" $bps ||
+    fail "the device files use what the device build does not know (lines above)"
 
 # The service's user and the data directory's owner are the vendor user that config.fs defines;
 # its groups are that user's or platform groups.
@@ -47,15 +68,20 @@ done
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 pol=sepolicy
-chk=sepolicy/check
+chk=$repo/sepolicy/check
+[ "$root" != "$repo" ] || chk=sepolicy/check
 for variant in user userdebug; do
     conf=$out/policy.$variant.conf
-    m4 -E -D target_build_variant="$variant" -s $chk/global_macros $chk/te_macros \
+    m4 -E -D target_build_variant="$variant" -D target_full_treble=true \
+        -D target_enforce_debugfs_restriction=true -s $chk/global_macros $chk/te_macros \
         $chk/security_classes $chk/initial_sids $chk/access_vectors $chk/mls $chk/platform.te \
         $pol/*.te $chk/restrictions.te $chk/users $pol/genfs_contexts >"$conf" ||
         fail "m4 failed on the $variant policy"
-    checkpolicy -M -c 30 -o "$out/policy.$variant" "$conf" >"$out/log" 2>&1 ||
-        { cat "$out/log"; fail "the $variant policy does not compile"; }
+    if ! checkpolicy -M -c 30 -o "$out/policy.$variant" "$conf" >"$out/log" 2>&1; then
+        grep -q 'neverallow failures occurred' "$out/log" || { cat "$out/log"; fail "the $variant policy does not compile"; }
+        python3 "$repo/tools/check_device_build.py" --neverallows "$conf" "$out/log" || true
+        fail "the $variant policy breaks the platform's neverallow rules (lines above)"
+    fi
 done
 
 # Each context of the two contexts files becomes a genfscon line of a throwaway file system, so
@@ -71,4 +97,4 @@ awk 'NF && $1 !~ /^#/ && (NF < 2 || NF > 4 || (NF > 2 && $3 !~ /^(exact|prefix)$
 for t in $(awk 'NF && $1 !~ /^#/ { split($2, c, ":"); print c[3] }' $pol/file_contexts); do
     grep -Eq "^type $t,.*\bfile_type\b" $pol/*.te || fail "$t of file_contexts is not a file_type"
 done
-echo "check-device-files: Android.bp formatted; sepolicy compiles as user and userdebug build"
+echo "check-device-files: device files known to the device build; sepolicy keeps the platform's rules as user and userdebug build"

@@ -6,7 +6,7 @@
 # make bench, without their recommendations), "lint" (clang-format and clang-tidy).
 set -euo pipefail
 pkgs=(cmake make g++ clang libclang-rt-14-dev libprotobuf-dev protobuf-compiler libgtest-dev
-      libgmock-dev libbenchmark-dev)
+      libgmock-dev libbenchmark-dev libjsoncpp-dev)
 arm64=no
 opts=()
 for set in "$@"; do
@@ -14,7 +14,7 @@ for set in "$@"; do
         arm64)
             arm64=yes
             pkgs+=(g++-aarch64-linux-gnu libprotobuf-dev:arm64 libgtest-dev:arm64
-                   libgmock-dev:arm64 libbenchmark-dev:arm64)
+                   libgmock-dev:arm64 libbenchmark-dev:arm64 libjsoncpp-dev:arm64)
             ;;
         aosp) pkgs+=(android-liblog-dev android-libcutils-dev) ;;
         checks) pkgs+=(blueprint-tools checkpolicy m4) ;;

@@ -88,6 +88,10 @@ DeviceProperties::DeviceProperties() {
 
     property_get_traced(TARN_DEBUG_LEVEL_PROP, value, "0");
     int level = parse_debug_level(value);
+    if (level == 0) {
+        property_get_traced(TARN_DEBUG_LEVEL_VENDOR_PROP, value, "0");
+        level = parse_debug_level(value);
+    }
     if (level != 0) g_debug_level = level;
 
     VersionInfoInit();

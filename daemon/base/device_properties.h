@@ -9,6 +9,9 @@
 
 #define TARN_VERSION_INFO_FILE "/vendor/firmware_mnt/verinfo/ver_info.txt"
 #define TARN_DEBUG_LEVEL_PROP "rw.debug.tarn.stats.enabled"
+// The same level under the daemon's vendor property namespace, which a vendor image can label and
+// the shell can set; it is read only when TARN_DEBUG_LEVEL_PROP leaves the level alone.
+#define TARN_DEBUG_LEVEL_VENDOR_PROP "vendor.tarn_stats.debug_level"
 
 class DeviceProperties {
   public:

@@ -25,6 +25,7 @@
 #include "record.h"
 #include "tarn_log.h"
 #include "thermal_groups.h"
+#include "thermal_profile.h"
 
 #define THERMAL_CLASS_DIR "/sys/devices/virtual/thermal"
 #define THERMAL_ZONE_PREFIX THERMAL_CLASS_DIR "/thermal_zone"
@@ -35,6 +36,7 @@
 #define THERMAL_DDR_CLOCK "/sys/kernel/debug/clk/measure_only_mccc_clk/clk_measure"
 
 #define THERMAL_NAME_LEN 1024
+static_assert(THERMAL_NAME_LEN == THERMAL_TYPE_LEN, "one buffer size for type names");
 #define THERMAL_PATH_LEN DEVICE_PATH_LEN
 #define THERMAL_NODE_LEN 4096
 #define THERMAL_RECORD_LEN 16384
@@ -63,9 +65,15 @@ struct thermal_state {
     int32_t num_zones;
     thermal_node* coolings;
     int32_t num_coolings;
+    // Exact type names of the zones that give the skin temperature: the first while it reads
+    // non-zero, else the second (none when null).
+    const char* skin_first = "quiet-therm";
+    const char* skin_second = "skin-vqm-therm";
 };
 
 static thermal_state g_thermal;
+// The device profile's tables, attached instead of the built-in ones when a profile is installed.
+static thermal_profile g_thermal_profile;
 
 // The CPUs whose clock goes into the clock record (0, 6 and 7) and their nodes.
 static const struct {
@@ -267,21 +275,24 @@ static void thermal_zone_device_init() {
         (void)snprintf(path, sizeof(path), "%s%d/type", g_thermal_paths.zone_prefix, i);
         if (thermal_read_type(path, name) != 0) continue;
         TLOGD("thermal zone name %s\n", name);
-        if (thermal_match_zone(g_thermal.zone_groups, g_thermal.num_zone_groups, name) >= 0)
+        if (thermal_match_zone(g_thermal.zone_groups, g_thermal.num_zone_groups, name) >= 0 ||
+            strcmp(name, g_thermal.skin_first) == 0)
             g_thermal.zone_marks[i] = 1;
+        else
+            TLOGD("thermal zone %s matches no group\n", name);
         g_thermal.num_sensor = i + 1;
     }
 
     for (int32_t i = 0; i < g_thermal.num_tz; i++) {
         (void)snprintf(path, sizeof(path), "%s%d/type", g_thermal_paths.cooling_prefix, i);
         if (thermal_read_type(path, name) == 0) {
-            // A type such as "limits,cpu5" is known by the word after its first comma.
-            char word[THERMAL_NAME_LEN];
-            if (sscanf(name, "%*[^','],%1023s", word) == 1) memcpy(name, word, sizeof(word));
+            thermal_cooling_mark_name(name);
             TLOGD("cooling name %s\n", name);
             if (thermal_match_cooling(g_thermal.cooling_groups, g_thermal.num_cooling_groups,
                                       name) >= 0)
                 g_thermal.cooling_marks[i] = 1;
+            else
+                TLOGD("cooling device %s matches no group\n", name);
         }
         g_thermal.num_cooling = i + 1;
     }
@@ -305,6 +316,16 @@ int32_t collect_thermal_stats_init(const char* root) {
     g_thermal.num_zone_groups = THERMAL_ZONE_GROUPS;
     g_thermal.cooling_groups = g_thermal_cooling_groups;
     g_thermal.num_cooling_groups = THERMAL_COOLING_GROUPS;
+    char profile_path[DEVICE_PATH_LEN];
+    device_path(profile_path, sizeof(profile_path), root, THERMAL_PROFILE_PATH);
+    if (thermal_profile_load(profile_path, &g_thermal_profile) > 0) {
+        g_thermal.zone_groups = g_thermal_profile.zone;
+        g_thermal.cooling_groups = g_thermal_profile.cooling;
+        if (g_thermal_profile.skin != nullptr) {
+            g_thermal.skin_first = g_thermal_profile.skin;
+            g_thermal.skin_second = nullptr;
+        }
+    }
 
     g_thermal.zone_marks = thermal_alloc_marks(g_thermal.num_tz);
     g_thermal.cooling_marks = thermal_alloc_marks(g_thermal.num_tz);
@@ -389,9 +410,9 @@ static void thermal_collect_thermalzone_hndl() {
         }
         if (thermal_read_type(node->type_path, type) != 0) continue;
 
-        if (strcmp(type, "quiet-therm") == 0)
+        if (strcmp(type, g_thermal.skin_first) == 0)
             quiet_temp = temp;
-        else if (strcmp(type, "skin-vqm-therm") == 0)
+        else if (g_thermal.skin_second != nullptr && strcmp(type, g_thermal.skin_second) == 0)
             skin_temp = temp;
 
         int g = thermal_match_zone(groups, ngroups, type);

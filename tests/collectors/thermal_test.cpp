@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -101,13 +102,28 @@ void restart(const std::vector<Node>& zones, const std::vector<Node>& coolings) 
     ASSERT_EQ(0, collect_thermal_stats_init(tarn_test::device_root().c_str()));
 }
 
+const std::string kProfile = "/vendor/etc/tarn_stats/profile.json";
+
+// Restarts the collector on the tree and returns what it logged meanwhile at `level`.
+std::string restart_logged(const std::vector<Node>& zones, const std::vector<Node>& coolings,
+                           int level = 4) {
+    int saved = g_debug_level;
+    g_debug_level = level;
+    ::testing::internal::CaptureStderr();
+    restart(zones, coolings);
+    g_debug_level = saved;
+    return ::testing::internal::GetCapturedStderr();
+}
+
 class ThermalTest : public ::testing::Test {
   protected:
-    // The side nodes, and the collector started on the tree as it stands.
+    // The side nodes, no profile, and the collector started on the tree as it stands.
     void SetUp() override {
         write_side_nodes();
+        fs::remove_all(at(fs::path(kProfile).parent_path()));
         ASSERT_EQ(0, collect_thermal_stats_init(tarn_test::device_root().c_str()));
     }
+    void TearDown() override { fs::remove_all(at(fs::path(kProfile).parent_path())); }
 };
 
 TEST_F(ThermalTest, FlagBitsSelectPartsInFixedOrder) {
@@ -191,6 +207,96 @@ TEST_F(ThermalTest, ZoneRecordThatDoesNotFitIsDropped) {
     ASSERT_EQ(2u, got.size());
     EXPECT_EQ(0u, got[0].rfind("cpu_pause: 0,", 0));
     EXPECT_EQ(0u, got[1].rfind("CPU0_freq:1804800,", 0));
+}
+
+// A profile regroups names; groups it does not name keep their lists, the first group in table
+// order still wins, and its skin sensor is read although it is in no group.
+TEST_F(ThermalTest, ProfileRegroupsTypeNamesAndNamesTheSkinSensor) {
+    write_file(kProfile, R"({"skin_sensor": "board-usr",
+        "zone_groups": {"cpu-tj-max-temp": ["cpu-1-"], "video-tj-temp": ["cpu-1-", "vid"],
+                        "misc_skin": ["usb-therm"]},
+        "cooling_groups": {"gpu": ["devfreq"], "cpu0": []}})");
+    std::string log =
+        restart_logged({{"cpuss-0", 45000},
+                        {"cpu-1-2", 52000},
+                        {"board-usr", 30500},
+                        {"usb-therm", 29500},
+                        {"quiet-therm", 31000},
+                        {"ddr-usr", 38000},
+                        {"vidc-usr", 40000}},
+                       {{"thermal-devfreq-0", 4}, {"cpufreq-cpu0", 3}, {"battery", 5}}, 7);
+    EXPECT_EQ((Records{"cpu_pause: 0,cpu_hotplug: 0,cpu0: 0,cpu2: 0,cpu3: 0,cpu4: 0,cpu5: 0,"
+                       "cpu6: 0,cpu7: 0,gpu: 4,cdsp: 0,modem_kr: 0,modem: 0,ddr: 0,"
+                       "battery_current: 5,modem_vdd: 0,",
+                       "usb-therm: 29500,cpu-tj-max-temp: 52000,gpu-tj-max-temp: 0,nsp-tj-temp: 0,"
+                       "ruz-tj-temp: 0,aoss-tj-temp: 0,camera-tj-temp: 0,ddr-tj-temp: 38000,"
+                       "video-tj-temp: 40000,bcl-lvl0: 0,bcl-lvl1: 0,bcl-lvl2: 0,socd: 0,"
+                       "skin-temp: 30500,current:-1234,"}),
+              records(0x3));
+    std::string unmatched;
+    for (const std::string& line : tarn_test::split_lines(log)) {
+        size_t at = line.find(" matches no group");
+        if (at != std::string::npos) unmatched += line.substr(line.rfind(": ", at) + 2) + ";";
+    }
+    EXPECT_EQ(
+        "thermal zone cpuss-0 matches no group;thermal zone quiet-therm matches no group;"
+        "cooling device cpufreq-cpu0 matches no group;",
+        unmatched);
+}
+
+// Each bad profile gives one error line naming the file and the fault; the built-in tables stay
+// whole (the "display" list of the first case would otherwise put display-fps into gpu). A
+// missing file says nothing.
+TEST_F(ThermalTest, BadProfileLogsOneErrorAndKeepsTheBuiltInTables) {
+    auto list = [](int n) {
+        std::string out = "[";
+        for (int i = 0; i < n; i++)
+            out += std::string(i ? "," : "") + "\"m" + std::to_string(i) + "\"";
+        return out + "]";
+    };
+    const std::pair<std::string, std::string> cases[] = {
+        {R"({"cooling_groups": {"gpu": ["display"], "cdsp": [1]}})",
+         "cooling_groups \"cdsp\": not a string"},
+        {"{\"zone_groups\": ",
+         "not JSON: Line 1, Column 17 Syntax error: value, object or array expected.;"},
+        {R"({"skin_sensor": "a", "skin_sensor": "b"})", "not JSON"},
+        {std::string(200, '[') + std::string(200, ']'), "nested deeper than 8 levels"},
+        {"[]", "the top level is not an object"},
+        {R"({"skin": "x"})", "unknown key \"skin\""},
+        {R"({"zone_groups": []})", "\"zone_groups\" is not an object"},
+        {R"({"zone_groups": {"cpu-tj-max": []}})", "zone_groups: unknown group \"cpu-tj-max\""},
+        {R"({"zone_groups": {"socd": "socd"}})", "zone_groups \"socd\": not a list of strings"},
+        {"{\"zone_groups\": {\"socd\": " + list(31) + "}}", "31 match strings, at most 30"},
+        {"{\"cooling_groups\": {\"gpu\": " + list(21) + "}}", "21 match strings, at most 20"},
+        {R"({"cooling_groups": {"gpu": [""]}})", "cooling_groups \"gpu\": empty string"},
+        {R"({"skin_sensor": "skin therm"})", "holds white space or control bytes"},
+        {"{\"skin_sensor\": \"" + std::string(64, 's') + "\"}", "longer than 63 bytes"},
+        {std::string(10 << 20, ' '), "larger than 65536 bytes"},
+        {"directory", "not a regular file"},
+        {"fifo", "not a regular file"},
+        {"loop", "cannot open: " + std::string(strerror(ELOOP))},
+    };
+    for (const auto& [text, reason] : cases) {
+        fs::remove_all(at(kProfile));
+        if (text == "directory") {
+            tarn_test::make_dirs(at(kProfile));
+        } else if (text == "fifo") {
+            ASSERT_EQ(0, mkfifo(at(kProfile).c_str(), 0644));
+        } else if (text == "loop") {
+            ASSERT_EQ(0, symlink("profile.json", at(kProfile).c_str()));
+        } else {
+            write_file(kProfile, text);
+        }
+        std::vector<std::string> lines = tarn_test::split_lines(restart_logged(kZones, kCoolings));
+        ASSERT_EQ(1u, lines.size()) << reason;
+        EXPECT_NE(std::string::npos, lines[0].find(" E TARN_STATS_THERMAL: ")) << lines[0];
+        EXPECT_NE(std::string::npos, lines[0].find(kProfile + ": ")) << lines[0];
+        EXPECT_NE(std::string::npos, lines[0].find(reason)) << lines[0];
+        EXPECT_EQ((Records{kCooling, kZone}), records(0x3)) << reason;
+    }
+    fs::remove_all(at(fs::path(kProfile).parent_path()));
+    EXPECT_EQ("", restart_logged(kZones, kCoolings));
+    EXPECT_EQ((Records{kCooling, kZone}), records(0x3));
 }
 
 TEST_F(ThermalTest, ClockRecordKeepsWhatCanBeRead) {

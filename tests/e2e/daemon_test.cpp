@@ -1,10 +1,12 @@
 // The real daemon under the simulator: usage text and exit statuses, the debug-level property,
 // rejected campaigns, campaign start, stop and restart as the debug log shows the table walk, and
-// the application name that hints give every line.
+// the application name that hints give every line, and phone-b's thermal groups with and without
+// its device profile.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -39,9 +41,10 @@ TEST(DaemonTest, UsageTextAndExitZero) {
 
 TEST(DaemonTest, MissingServicesGiveTheirExitStatus) {
     // A non-zero level property wins over -d: at 3 not even the warnings before the registration.
+    // vendor.tarn_stats.debug_level counts only when rw.debug.tarn.stats.enabled is 0 or unset.
     SimOptions no_sdk;
     no_sdk.telemetry = false;
-    no_sdk.props = {"rw.debug.tarn.stats.enabled=3"};
+    no_sdk.props = {"rw.debug.tarn.stats.enabled=3", "vendor.tarn_stats.debug_level=7"};
     SimRun a(no_sdk, {tarn_test::daemon_path(), "-d", "7", "--daemon", "--bat", "1"});
     EXPECT_EQ(255, a.wait_exit());
     std::string log = a.log();
@@ -50,6 +53,12 @@ TEST(DaemonTest, MissingServicesGiveTheirExitStatus) {
     EXPECT_EQ(1u, count(log, "E TARN_STATS_MAIN: main() "));
     EXPECT_EQ(1u, count(log, ": registerCollector failed ret:-1"));
     EXPECT_EQ(1u, count(log, "getprop key:rw.debug.tarn.stats.enabled value:3 default:0"));
+    EXPECT_EQ(0u, count(log, " W TARN_STATS"));
+    no_sdk.props = {"rw.debug.tarn.stats.enabled=0", "vendor.tarn_stats.debug_level=3"};
+    SimRun vendor_level(no_sdk, {tarn_test::daemon_path(), "-d", "7", "--daemon", "--bat", "1"});
+    EXPECT_EQ(255, vendor_level.wait_exit());
+    log = vendor_level.log();
+    EXPECT_EQ(1u, count(log, "getprop key:vendor.tarn_stats.debug_level value:3 default:0")) << log;
     EXPECT_EQ(0u, count(log, " W TARN_STATS"));
 
     SimOptions no_hal;
@@ -151,6 +160,43 @@ TEST(DaemonTest, StartStopRestartKeepsCountsRejectsBadCampaignsAndFollowsHints) 
     EXPECT_EQ(1u, count(log,
                         "hint:0x2000 [NotActivityAction] userDataStr:com.example.app/.A "
                         "appName:com.example.app userData1:5 userData2:6"));
+}
+
+// phone-b carries thermal type names captured on real phones. With its device profile every group
+// it has sensors for reports a value; with the profile removed the groups that only the profile
+// fills stay at 0.
+TEST(DaemonTest, PhoneBThermalGroupsFollowItsDeviceProfile) {
+    const char* const kAlways[] = {"cpu-tj-max-temp", "gpu-tj-max-temp", "aoss-tj-temp",
+                                   "ddr-tj-temp", "video-tj-temp"};
+    const char* const kByProfile[] = {
+        "skin-temp", "nsp-tj-temp", "camera-tj-temp", "cpu_pause", "cpu0", "cpu4", "gpu"};
+    SimOptions opts;
+    opts.image = TARN_SOURCE_DIR "/sim/devices/phone-b";
+    for (bool profile : {true, false}) {
+        SimRun sim(opts, {"/bin/sh", "-c",
+                          std::string(profile ? "" : "rm /vendor/etc/tarn_stats/profile.json && ") +
+                              "exec \"$0\" \"$@\"",
+                          tarn_test::daemon_path(), "--therm", "1", "--daemon"});
+        ASSERT_TRUE(sim.wait_for_records([](const std::vector<std::string>& lines) {
+            auto kpi = by_kpi(lines);
+            return !kpi[1000].empty() && !kpi[1001].empty();
+        })) << sim.log();
+        // "name: value," pieces of the first cooling and zone records, after header and app.
+        std::map<std::string, long> value;
+        auto kpi = by_kpi(sim.records());
+        for (const std::string& line : {kpi[1001][0], kpi[1000][0]}) {
+            size_t at = 0;
+            for (int i = 0; i < 6; i++) at = line.find(',', at) + 1;
+            std::istringstream pieces(line.substr(at));
+            for (std::string piece; std::getline(pieces, piece, ',');) {
+                size_t colon = piece.find(':');
+                value[piece.substr(0, colon)] = atol(piece.c_str() + colon + 1);
+            }
+        }
+        for (const char* group : kAlways) EXPECT_NE(0, value.at(group)) << group;
+        for (const char* group : kByProfile) EXPECT_EQ(profile, value.at(group) != 0) << group;
+        EXPECT_EQ(0, sim.stop());
+    }
 }
 
 }  // namespace

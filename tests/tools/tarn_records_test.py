@@ -3,11 +3,14 @@ file with timestamps and a local record file of the same run."""
 
 import csv
 import io
+import json
 import os
+import random
 import subprocess
 import tempfile
 import types
 import unittest
+import unittest.mock
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.dirname(os.path.dirname(HERE))
@@ -132,6 +135,154 @@ class DecodeTest(unittest.TestCase):
                                  HEADER + ",app,DDR,nope,"])
         self.assertEqual([1, 3], [no for no, _ in local.malformed])
         self.assertEqual(1, len(local.records))
+
+
+def check_trace(test, trace):
+    """The Chrome JSON trace event format as Perfetto reads it: every event has the fields its
+    phase needs, counters hold numbers, and time rises on every track."""
+    needs = {"M": {"name", "pid", "tid", "args"}, "C": {"name", "pid", "ts", "args"},
+             "X": {"name", "pid", "tid", "ts", "dur"}, "i": {"name", "pid", "tid", "ts", "s"}}
+    last = {}
+    for e in trace["traceEvents"]:
+        test.assertIn(e["ph"], needs)
+        test.assertLessEqual(needs[e["ph"]], set(e), e)
+        if "ts" in e:
+            test.assertIsInstance(e["ts"], int)
+        if e["ph"] == "C":
+            test.assertTrue(e["args"])
+            for field, value in e["args"].items():
+                test.assertIn(type(value), (int, float), e)
+                track = (e["pid"], e["name"], field)
+                test.assertGreater(e["ts"], last.get(track, -1), track)
+                last[track] = e["ts"]
+        elif e["ph"] == "X":
+            test.assertGreater(e["dur"], 0)
+            test.assertGreaterEqual(e["ts"], last.get((e["pid"], e["tid"]), -1))
+            last[(e["pid"], e["tid"])] = e["ts"] + e["dur"]
+    return last
+
+
+def timed_local_lines(boot0=5000.0):
+    """phone8's local file with the time a device writes before each record when asked to,
+    one record a second."""
+    out, n = [], 0
+    with open(LOCAL) as f:
+        for ln in f.read().split("\n")[:-1]:
+            if ln.startswith(tr.VERSION_PREFIX):
+                ln = "%.6f 2026-11-24T10:%02d:%02d.250Z\t%s" % (boot0 + n, n // 60, n % 60, ln)
+                n += 1
+            out.append(ln)
+    return out
+
+
+class PerfettoTest(unittest.TestCase):
+    def test_trace_of_a_run(self):
+        decoded = tr.read_file(RECORDS)
+        trace = {"traceEvents": tr.trace_events(decoded)}
+        tracks = check_trace(self, trace)
+        events = trace["traceEvents"]
+        self.assertEqual([{"name": "Orvane Kestrel 8 (PH8A0042117)"}],
+                         [e["args"] for e in events if e["name"] == "process_name"])
+        self.assertIn((1, "battery", "level_pct"), tracks)
+        self.assertIn((1, "cpu policy4", "avg_freq_kHz"), tracks)
+        self.assertIn((1, "lpm_subsystem modem", "sleep_s"), tracks)
+        self.assertEqual(["com.android.launcher3", "org.sample.camera"],
+                         [e["name"] for e in events if e["ph"] == "X"])
+        files = [e for e in events if e["ph"] == "i"]
+        self.assertEqual({"path": "/data/tombstones/tombstone_01", "size_bytes": 462},
+                         files[1]["args"])
+        first = next(e for e in events if e["ph"] == "C")
+        self.assertEqual(1022000, first["ts"])
+
+    def test_local_file_with_device_times(self):
+        decoded = tr.decode_lines(timed_local_lines())
+        self.assertEqual((0, 0), (len(decoded.malformed), len(decoded.unknown)))
+        self.assertEqual(63, len(decoded.records))
+        self.assertEqual((5001.0, "2026-11-24T10:00:01.250Z"),
+                         (decoded.records[1].time, decoded.records[1].wall))
+        ts = [e["ts"] for e in tr.trace_events(decoded) if e["ph"] == "C"]
+        self.assertEqual(5000000000, min(ts))
+        with tempfile.TemporaryDirectory() as tmp:
+            path = os.path.join(tmp, "local.txt")
+            with open(path, "w") as f:
+                f.write("\n".join(timed_local_lines()) + "\n")
+            out = os.path.join(tmp, "trace.json")
+            self.assertEqual(0, tr.main(["--perfetto", out, "--csv", tmp, path]))
+            with open(out) as f:
+                check_trace(self, json.load(f))
+            with open(os.path.join(tmp, "battery.csv"), newline="") as f:
+                self.assertEqual(["seq", "time_s", "wall_time", "app"], next(csv.reader(f))[:4])
+            # Without times there is no clock to place the records on.
+            err = io.StringIO()
+            with unittest.mock.patch("sys.stderr", err):
+                self.assertEqual(2, tr.main(["--perfetto", out, LOCAL]))
+            self.assertIn("--perfetto needs the time of every record", err.getvalue())
+
+
+class FuzzTest(unittest.TestCase):
+    """Random and mutated record files through every output mode: malformed lines are counted,
+    no input ends in an exception."""
+
+    def mutate(self, rnd, lines):
+        out = list(lines)
+        for _ in range(rnd.randint(1, 8)):
+            i = rnd.randrange(len(out))
+            ln = out[i]
+            pick = rnd.randrange(7)
+            pos = rnd.randint(0, len(ln))
+            if pick == 0:
+                out[i] = ln[:pos] + "9" * rnd.choice((20, 400, 5000)) + ln[pos:]
+            elif pick == 1:
+                out[i] = ln[:pos] + rnd.choice(["\t", ",", ":", "\\", "\\x", "nan", "inf",
+                                                 "\udcff", "-", ".", " "]) + ln[pos + 1:]
+            elif pick == 2:
+                out[i] = ln[:pos]
+            elif pick == 3:
+                out.insert(i, "".join(chr(rnd.randrange(1, 0x250)) for _ in range(40)))
+            elif pick == 4:
+                out[i] = ln.replace(",", ",,", 1)
+            elif pick == 5:
+                out[i] = rnd.choice(lines)[:pos] + ln[pos:]
+            else:
+                del out[i]
+        return out or [""]
+
+    def test_no_input_ends_in_an_exception(self):
+        rnd = random.Random(20261124)
+        seeds = [tr.read_file(RECORDS), tr.decode_lines(timed_local_lines())]
+        with open(RECORDS) as f:
+            plain = f.read().split("\n")
+        sources = [plain, timed_local_lines()]
+        malformed = 0
+        with tempfile.TemporaryDirectory() as tmp, \
+                unittest.mock.patch("sys.stderr", io.StringIO()), \
+                unittest.mock.patch("sys.stdout", io.StringIO()):
+            path = os.path.join(tmp, "in.txt")
+            for n in range(300):
+                lines = self.mutate(rnd, rnd.choice(sources))
+                with open(path, "w", errors="surrogateescape") as f:
+                    f.write("\n".join(lines))
+                decoded = tr.read_file(path)
+                malformed += len(decoded.malformed)
+                modes = [["--summary"], ["--csv", tmp], ["--perfetto", path + ".json"]]
+                if n % 100 == 0:
+                    modes.append(["--plot", path + ".png"])
+                for mode in modes:
+                    self.assertIn(tr.main(mode + [path]), (0, 2), (n, mode))
+                if os.path.exists(path + ".json"):
+                    with open(path + ".json") as f:
+                        check_trace(self, json.load(f))
+                    os.unlink(path + ".json")
+        self.assertGreater(malformed, 100)
+        self.assertTrue(all(s.records for s in seeds))
+
+    def test_overlong_numbers_are_malformed(self):
+        huge = "9" * 400
+        decoded = tr.decode_lines(["2\t" + HEADER + ",app,battery,85," + huge + ",1,2,Full",
+                                   "9\t" + HEADER + ",app,FPS,1" + huge + ".5,",
+                                   "9\t" + HEADER + ",app,FPS,nan,",
+                                   huge + "\t" + HEADER + ",app,3"])
+        self.assertEqual(4, len(decoded.malformed))
 
 
 class OutputTest(unittest.TestCase):

@@ -1,0 +1,2 @@
+
+tombstoneph8Ñ
