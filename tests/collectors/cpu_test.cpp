@@ -54,13 +54,6 @@ void write_stat(const std::vector<std::vector<unsigned>>& periods) {
     write_file("/proc/stat", s + "intr 0\nctxt 0\n");
 }
 
-// Before any init the cluster table holds policy 0 in its second slot with no open files.
-TEST(CpuBeforeInit, HandlerFailsWithoutOpenFiles) {
-    collect_cpu_stats_exit();
-    cpu_reset_kept();
-    EXPECT_EQ(collect_cpu_stats_hndl(0), -EINVAL);
-}
-
 class Cpu : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { start_core(); }
