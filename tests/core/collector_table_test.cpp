@@ -74,4 +74,25 @@ TEST_F(CollectorTableTest, DueRuleRunsRowsInOrderAndKeepsCountsAcrossPeriodChang
     EXPECT_EQ(12u, gCalls.size());
 }
 
+// A campaign that arrives while a handler runs: the handler holds no table lock, so the
+// configuration pass goes through at once, and the rows after it in the same tick see the new
+// periods.
+CollectorTableTest* gMidTick = nullptr;
+int32_t configure_mid_tick(uint64_t flag) {
+    std::lock_guard<std::mutex> lock(gMidTick->mutex);
+    configure_collector_table(gMidTick->table, {0, 1, 0, 0, 0, 0, 0, 0, 0}, {}, {});
+    return record(flag);
+}
+
+TEST_F(CollectorTableTest, CampaignInTheMiddleOfATick) {
+    gMidTick = this;
+    table[0].hndl = configure_mid_tick;
+    battery_period(1);
+    table[2].expire = 1;  // the GPU row is on until the campaign turns it off
+    tick(2);
+    // Tick 1: battery reconfigures (battery off, CPU on), then CPU runs; GPU was turned off.
+    // Tick 2: only CPU.
+    EXPECT_EQ((std::vector<uint64_t>{2, 3, 3}), gCalls);
+}
+
 }  // namespace
