@@ -20,7 +20,7 @@ static FILE* g_battery_fp = nullptr;
 
 int32_t collect_battery_stats_init() {
     if (g_battery_fp != nullptr) return 0;
-    g_battery_fp = fopen(BATTERY_UEVENT_PATH, "re");
+    g_battery_fp = node_fopen(BATTERY_UEVENT_PATH);
     return g_battery_fp != nullptr ? 0 : -1;
 }
 

@@ -123,7 +123,7 @@ static int32_t check_cpufreq_policy_num() {
 }
 
 static int32_t check_cpu_min_max() {
-    FILE* fp = fopen(CPU_POSSIBLE_PATH, "re");
+    FILE* fp = node_fopen(CPU_POSSIBLE_PATH);
     if (fp == nullptr) {
         int err = errno;
         TLOGE("Failed to open CPU_PSSIBLE_PATH errno:%s", strerror(err));
@@ -151,7 +151,7 @@ static void policy_check_file_path() {
             TLOGW("filepath:%s", path);
             struct fnode* row = &g_fnode_table[fnode_cpu_row(slot, which)];
             if (row->fp != nullptr) (void)fclose(row->fp);
-            row->fp = fopen(path, "re");
+            row->fp = node_fopen(path);
             if (row->fp == nullptr) TLOGE("fail to open [%s]", path);
         }
     }
@@ -192,7 +192,7 @@ static void InitClusterCapacityList(int slot) {
     char path[PATH_BUFLEN];
     (void)snprintf(path, sizeof(path), "/sys/devices/system/cpu/cpu%d/cpu_capacity",
                    g_cpu.cluster[slot]);
-    FILE* fp = fopen(path, "re");
+    FILE* fp = node_fopen(path);
     if (fp == nullptr) return;
     unsigned int capacity = 0;
     if (fscanf(fp, "%u", &capacity) != 1) capacity = 0;

@@ -65,7 +65,7 @@ void fnode_open_all() {
     // The CPU rows hold names relative to a policy directory; the CPU collector opens those.
     for (int i = FNODE_PROC_STAT; i < FNODE_COUNT; i++) {
         if (g_fnode_table[i].path != nullptr && g_fnode_table[i].fp == nullptr) {
-            g_fnode_table[i].fp = fopen(g_fnode_table[i].path, "re");
+            g_fnode_table[i].fp = node_fopen(g_fnode_table[i].path);
         }
     }
 }

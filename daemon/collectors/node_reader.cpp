@@ -11,12 +11,25 @@
 // Reads that end on a multiple of this may be one page of a node served a page at a time.
 #define NODE_PAGE_CHUNK 4096
 
+int node_open(const char* path) {
+    return open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+}
+
+FILE* node_fopen(const char* path) {
+    int fd = node_open(path);
+    if (fd < 0) return nullptr;
+    FILE* fp = fdopen(fd, "r");
+    if (fp == nullptr) close(fd);
+    return fp;
+}
+
 ssize_t node_pread(int fd, char* buf, size_t size) {
     size_t len = 0;
     while (len < size) {
         ssize_t n = pread(fd, buf + len, size - len, (off_t)len);
         if (n < 0) {
             if (errno == EINTR) continue;
+            if (errno == ESPIPE) break;  // a FIFO, which has no offsets: nothing to read
             if (len == 0) return -errno;
             break;
         }
@@ -28,7 +41,7 @@ ssize_t node_pread(int fd, char* buf, size_t size) {
 }
 
 ssize_t node_read_path(const char* path, char* buf, size_t size) {
-    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    int fd = node_open(path);
     if (fd < 0) return -1;
     ssize_t n = node_pread(fd, buf, size);
     int err = n < 0 ? (int)-n : 0;

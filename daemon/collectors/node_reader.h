@@ -14,10 +14,18 @@
 // Room for the largest node a kernel serves in one page (64 KiB pages on some AArch64 kernels).
 #define NODE_BUF_LEN 65536
 
+// Opens the kernel node `path` read-only without ever waiting: a FIFO put in a node's place opens
+// at once instead of waiting for a writer, and reads as empty (node_pread). Returns the
+// descriptor, or -1.
+int node_open(const char* path);
+// node_open as a stream, for the nodes kept open between reads; null when it cannot be opened.
+FILE* node_fopen(const char* path);
+
 // Reads the file behind `fd` from offset 0 into `buf`, at most `size` bytes. Returns the number
 // of bytes read, or -errno when the first read fails. A read that ends on a page boundary may
 // have more behind it (some nodes are served a page per read), so reading goes on until a read
-// ends elsewhere, returns nothing or the buffer is full; a longer node is cut at `size`.
+// ends elsewhere, returns nothing or the buffer is full; a longer node is cut at `size`. A node
+// that cannot be read at an offset (a FIFO) reads as empty.
 ssize_t node_pread(int fd, char* buf, size_t size);
 
 // Opens `path` read-only, reads it as node_pread does and closes it. Returns the length, or -1
