@@ -166,9 +166,10 @@ TEST(FaultE2E, UnsearchableDirectoriesAndSwappedLinksNeverLeadOutside) {
     };
     const auto end =
         std::chrono::steady_clock::now() + std::chrono::seconds(tarn_fault::long_form() ? 60 : 4);
+    size_t swapped = 0;
     for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
         for (const auto& [a, b] : swaps)
-            renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE);
+            swapped += renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0;
         if (i % 64 != 0) continue;
         // Shipped files come back under their names, the links that a rename met as well.
         const std::string t = real_dir(tomb + "/sub", tomb + "/alt") + "/tombstone_s";
@@ -186,6 +187,7 @@ TEST(FaultE2E, UnsearchableDirectoriesAndSwappedLinksNeverLeadOutside) {
     size_t inside = 0;
     for (const std::string& r : records) inside += r.find(",INSIDE") != std::string::npos;
     EXPECT_LE(4u, inside) << "the race was not run: too few files shipped";
+    EXPECT_LE(1000u, swapped) << "the race was not run: too few swaps";
     for (const std::string& d : {root, tomb})
         EXPECT_EQ(0, access((d + "/dsub/anr_zz").c_str(), F_OK));
     for (const char* n : {"tombstone_o", "status_o", "anr_o"})
