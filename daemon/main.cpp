@@ -4,6 +4,7 @@
 #include <aidl/vendor/orv/hardware/perf2/IPerf.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
+#include <signal.h>
 
 #include <memory>
 #include <string>
@@ -23,12 +24,18 @@ using aidl::vendor::orv::hardware::perf2::PowerBigDataCallback;
 #define PERF_CLIENT_ID 372204423
 
 #define EXIT_NO_CALLBACK 1
+#define EXIT_NO_WORKER 1
 #define EXIT_NO_PERF_HAL 14
 
 std::shared_ptr<IPerf> g_perf_hal;
 std::shared_ptr<PowerBigDataCallback> mPowerBigDataCallback;
 
 int main(int argc, char* argv[]) {
+    // A write to the local record file that fails (a FIFO whose reader has gone, the file-size
+    // limit) is an error that the upload ignores, not the end of the process.
+    (void)signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGXFSZ, SIG_IGN);
+
     CommandLineConfig cfg;
     if (parse_command_line(argc, argv, &cfg) == ParseResult::Usage) {
         print_usage();
@@ -45,6 +52,7 @@ int main(int argc, char* argv[]) {
 
     PowerBigDataCore::setDeviceRoot("/");
     PowerBigDataCore* core = PowerBigDataCore::getInstance();
+    if (!core->hasWorker()) return EXIT_NO_WORKER;
     core->ConfigurePowerCoreParam(cfg.power, cfg.thermal, cfg.stability);
 
     TLOGW("service bigdata is going to register");

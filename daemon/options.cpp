@@ -51,12 +51,14 @@ const struct option kLongOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
-// Opens `path` for appending, created if missing, as a stream with the library's default
-// buffering. The open itself never waits: a FIFO without a reader fails at once (ENXIO) instead of
-// holding up start-up. Blocking writes are restored once the file is open.
+// Opens `path` for appending, created if missing, as a stream (the lines are written to its
+// descriptor, see the upload helper). The open itself never waits: a FIFO without a reader fails
+// at once (ENXIO) instead of holding up start-up. Blocking writes are restored once the file is
+// open. The offset starts at the end of the file, where the size check of the first line looks.
 FILE* open_for_append(const char* path) {
     int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
     if (fd < 0) return nullptr;
+    (void)lseek(fd, 0, SEEK_END);
     int flags = fcntl(fd, F_GETFL);
     FILE* fp = nullptr;
     if (flags >= 0 && fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0) fp = fdopen(fd, "a");

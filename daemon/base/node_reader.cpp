@@ -17,6 +17,7 @@ ssize_t node_pread(int fd, char* buf, size_t size) {
         ssize_t n = pread(fd, buf + len, size - len, (off_t)len);
         if (n < 0) {
             if (errno == EINTR) continue;
+            if (errno == ESPIPE) break;  // a FIFO, which has no offsets: nothing to read
             if (len == 0) return -errno;
             break;
         }
@@ -28,7 +29,8 @@ ssize_t node_pread(int fd, char* buf, size_t size) {
 }
 
 int node_open(const char* path) {
-    return open(path, O_RDONLY | O_CLOEXEC);
+    // Never waits: a FIFO put in a node's place opens at once instead of waiting for a writer.
+    return open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
 void node_close(int* fd) {

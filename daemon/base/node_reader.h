@@ -17,10 +17,12 @@
 // Reads the file behind `fd` from offset 0 into `buf`, at most `size` bytes. Returns the number
 // of bytes read, or -errno when the first read fails. A read that ends on a page boundary may
 // have more behind it (some nodes are served a page per read), so reading goes on until a read
-// ends elsewhere, returns nothing or the buffer is full; a longer node is cut at `size`.
+// ends elsewhere, returns nothing or the buffer is full; a longer node is cut at `size`. A node
+// that cannot be read at an offset (a FIFO) reads as empty.
 ssize_t node_pread(int fd, char* buf, size_t size);
 
 // Opens `path` read-only for reads with node_pread, kept open: the descriptor, or -1 with errno.
+// It never waits: a FIFO put in a node's place opens at once and reads as empty.
 int node_open(const char* path);
 // Closes a descriptor of node_open and sets it to -1; nothing when it is -1 already.
 void node_close(int* fd);

@@ -25,19 +25,74 @@ namespace {
 // directory's subdirectories, and the names their subdirectories have relative to the top.
 constexpr int kMaxSearchDepth = 2;
 
+// Opens a directory without following a symbolic link in its place.
+constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
 // The file buffer: the path, a comma, then the file's content. Used only by set_for_blob on the
 // sampling thread; static so that a 128 KiB array does not sit on the worker's stack.
 char g_file_buf[kFileBufSize];
 
-// Composes the full path of `name`, found while searching `dir`, from the working directory.
-bool compose_path(const char* dir, const char* name, char* path_out) {
-    char cwd[kFilePathSize];
-    memset(cwd, 0, sizeof(cwd));
-    if (getcwd(cwd, sizeof(cwd)) == nullptr) {
-        memset(path_out, 0, kFilePathSize);
-        return false;
+// One search of a crash directory. Every directory below the top is opened relative to the top's
+// descriptor by its bare name, never through a path or the working directory, so that neither a
+// link nor a directory renamed during the walk can lead it elsewhere.
+struct Search {
+    const char* top;  // the crash directory as named; found paths start with it
+    int top_fd;
+    const char* prefix;
+    size_t prefix_len;
+    char* path_out;
+    FoundFile* found;
+};
+
+// Lists the directory open on `fd` (which it takes over) as `dir` names it: the top directory
+// itself or the bare name of a directory below it.
+int32_t search_dir(Search* s, int fd, const char* dir, int depth) {
+    DIR* dp = fdopendir(fd);
+    if (dp == nullptr) {
+        close(fd);
+        TLOGW_FN("getFileName", "open %s failed \n", dir);
+        return -EINVAL;
     }
-    return compose_found_path(cwd, dir, name, path_out);
+
+    int32_t ret = 0;
+    struct dirent* entry;
+    while ((entry = readdir(dp)) != nullptr) {
+        const char* name = entry->d_name;
+        if (entry->d_type == DT_DIR) {
+            if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
+            // Names below the first level are taken relative to the top directory too, so a name
+            // can lead back to a directory already on the way (top/a/a reopens top/a):
+            // descending stops there to keep the search finite.
+            if (depth >= kMaxSearchDepth) continue;
+            int sub = openat(s->top_fd, name, kDirFlags);
+            if (sub < 0) {
+                TLOGW_FN("getFileName", "open %s failed \n", name);
+                ret = -EINVAL;
+                continue;
+            }
+            ret = search_dir(s, sub, name, depth + 1);
+            if (ret > 0) {
+                closedir(dp);
+                return ret;
+            }
+        } else if (entry->d_type == DT_REG && file_name_qualifies(name, s->prefix, s->prefix_len)) {
+            // A path that does not fit is never handed out cut: the file is passed over and
+            // the search goes on.
+            if (!compose_found_path(s->top, dir, name, s->path_out)) {
+                TLOGW_FN("getFileName", "path of %s in %s too long, skipped\n", name, dir);
+                continue;
+            }
+            if (s->found != nullptr) {
+                s->found->dir_fd = fcntl(dirfd(dp), F_DUPFD_CLOEXEC, 0);
+                (void)snprintf(s->found->name, sizeof(s->found->name), "%s", name);
+            }
+            TLOGD_FN("getFileName", "found file: %s\n", s->path_out);
+            closedir(dp);
+            return 1;
+        }
+    }
+    closedir(dp);
+    return ret;
 }
 
 }  // namespace
@@ -47,12 +102,12 @@ bool file_name_qualifies(const char* name, const char* prefix, size_t prefix_len
            strstr(name, ".pb") == nullptr;
 }
 
-bool compose_found_path(const char* cwd, const char* dir, const char* name, char* path_out) {
+bool compose_found_path(const char* top, const char* dir, const char* name, char* path_out) {
     int n;
-    if (strncmp(dir, cwd, strlen(cwd)) == 0) {
-        n = snprintf(path_out, kFilePathSize, "%s/%s", cwd, name);
+    if (strncmp(dir, top, strlen(top)) == 0) {
+        n = snprintf(path_out, kFilePathSize, "%s/%s", top, name);
     } else {
-        n = snprintf(path_out, kFilePathSize, "%s/%s/%s", cwd, dir, name);
+        n = snprintf(path_out, kFilePathSize, "%s/%s/%s", top, dir, name);
     }
     // One byte for the comma appended before upload, one for the NUL.
     if (n < 0 || static_cast<size_t>(n) + 2 > kFilePathSize) {
@@ -62,10 +117,11 @@ bool compose_found_path(const char* cwd, const char* dir, const char* name, char
     return true;
 }
 
-int open_regular_file(const char* path) {
+int open_regular_at(int dir_fd, const char* name) {
     // O_NONBLOCK keeps an open of a FIFO from waiting for a writer; O_NOFOLLOW refuses a symlink
-    // put in place of the file after the directory was read.
-    int fd = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    // put in place of the file after the directory was read. What is shipped is what this
+    // descriptor reads, so the check is made on the descriptor, not on the name.
+    int fd = openat(dir_fd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) return -1;
     struct stat st;
     if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
@@ -76,48 +132,22 @@ int open_regular_file(const char* path) {
 }
 
 int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out,
-                    int depth) {
-    DIR* dp = opendir(dir);
-    if (dp == nullptr) {
+                    FoundFile* found) {
+    if (found != nullptr) found->dir_fd = -1;
+    int fd = open(dir, kDirFlags);
+    if (fd < 0) {
         TLOGW("open %s failed \n", dir);
         return -EINVAL;
     }
-
-    int32_t ret = 0;
-    const char* found = nullptr;
-    struct dirent* entry;
-    while ((entry = readdir(dp)) != nullptr) {
-        const char* name = entry->d_name;
-        if (entry->d_type == DT_DIR) {
-            if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
-            // Subdirectories are opened by their bare names relative to the top directory, so
-            // below the first level a name can lead back to a directory already on the way
-            // (top/a/a reopens top/a): descending stops there to keep the search finite.
-            if (depth >= kMaxSearchDepth) continue;
-            ret = getFileName(name, prefix, prefix_len, path_out, depth + 1);
-            if (ret > 0) {
-                closedir(dp);
-                return ret;
-            }
-        } else if (entry->d_type == DT_REG && file_name_qualifies(name, prefix, prefix_len)) {
-            // A path that does not fit is never handed out cut: the file is passed over and
-            // the search goes on.
-            if (!compose_path(dir, name, path_out)) {
-                TLOGW("path of %s in %s too long, skipped\n", name, dir);
-                continue;
-            }
-            found = name;
-            break;
-        }
+    Search s{dir, fd, prefix, prefix_len, path_out, found};
+    // search_dir takes the descriptor over; the top's stays valid for the opens below it while
+    // its listing is under way.
+    int32_t ret = search_dir(&s, fd, dir, 0);
+    if (ret == 1 && found != nullptr && found->dir_fd < 0) {
+        memset(path_out, 0, kFilePathSize);  // no descriptor to ship it through
+        ret = 0;
     }
-
-    if (found == nullptr) {
-        closedir(dp);
-        return ret;
-    }
-    TLOGD("found file: %s\n", path_out);
-    closedir(dp);
-    return 1;
+    return ret;
 }
 
 int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
@@ -129,20 +159,19 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     char path[kFilePathSize];
     memset(g_file_buf, 0, sizeof(g_file_buf));
     memset(path, 0, sizeof(path));
-    // A failed chdir shows up as a failed opendir or open below.
-    int cd = chdir(dir);
-    (void)cd;
 
-    int32_t status = getFileName(dir, prefix, strlen(prefix), path);
+    FoundFile found;
+    int32_t status = getFileName(dir, prefix, strlen(prefix), path, &found);
     TLOGD("retrieve file: %s of status: %d\n", path, status);
     if (status != 1) {
         TLOGW("no qualified %s log founded, so skip.\n", prefix);
         return -1;
     }
 
-    int fd = open_regular_file(path);
+    int fd = open_regular_at(found.dir_fd, found.name);
     if (fd < 0) {
         TLOGW("ERROR: %s file not exist !\n", path);
+        close(found.dir_fd);
         return -1;
     }
 
@@ -174,8 +203,12 @@ int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id) {
     path[--path_len] = '\0';
     char readed[kFilePathSize];
     (void)snprintf(readed, sizeof(readed), "%s" FILE_READED_SUFFIX, path);
+    // The rename happens in the directory the file was read from; the new name is the last
+    // component of the new path (the path ends with the file's name).
+    const char* new_name = readed + (path_len - strlen(found.name));
     // When the rename fails the file stays unreported and is found again on the next call.
-    (void)rename(path, readed);
+    (void)renameat(found.dir_fd, found.name, found.dir_fd, new_name);
+    close(found.dir_fd);
     TLOGD("copy = %s\n", readed);
     return ret;
 }

@@ -1,6 +1,7 @@
 // Upload of whole crash and status files, one file per call, renamed "_readed" once sent.
 #pragma once
 
+#include <limits.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -24,29 +25,38 @@ extern std::atomic<bool> g_stability_ready;
 // Searches `dir` (and its direct subdirectories) for the first regular file whose name starts with
 // `prefix` and carries neither "_readed" nor ".pb", reads it, uploads its path and content under
 // `kpi_id` and renames it with the suffix "_readed". Returns -1 when nothing was sent, otherwise
-// the upload status, or the line's size when there is no SDK handle. Sampling thread only: it
-// changes the working directory.
+// the upload status, or the line's size when there is no SDK handle. Sampling thread only (it
+// shares one file buffer). No symbolic link is followed below `dir` itself, and the working
+// directory plays no part.
 int32_t set_for_blob(const char* dir, const char* prefix, int32_t kpi_id);
 
-// Directory search of set_for_blob, run with the working directory set to `dir`. `path_out` holds
-// kFilePathSize bytes. Returns 1 with the full path in `path_out` when a file qualifies, -EINVAL
-// when `dir` cannot be opened, otherwise 0 or the result of the last subdirectory searched.
-// Subdirectories are opened by their bare names, relative to the working directory, so only the
-// top directory's own subdirectories are really searched. `depth` counts the levels below the
-// top directory; callers leave it 0.
+// Where a search found its file: an open descriptor of the directory that holds it, and the
+// file's name in that directory.
+struct FoundFile {
+    int dir_fd = -1;
+    char name[NAME_MAX + 1] = {};
+};
+
+// Directory search of set_for_blob. `path_out` holds kFilePathSize bytes. Returns 1 with the full
+// path in `path_out` when a file qualifies, -EINVAL when `dir` cannot be opened, otherwise 0 or
+// the result of the last subdirectory searched. Every subdirectory is opened by its bare name
+// relative to `dir`, so only the top directory's own subdirectories are really searched; `dir`
+// and every directory below it are opened without following a symbolic link in its place. With
+// `found`, a found file's directory stays open there for the caller to close.
 int32_t getFileName(const char* dir, const char* prefix, size_t prefix_len, char* path_out,
-                    int depth = 0);
+                    FoundFile* found = nullptr);
 
 // True when `name` is a file name the search hands out for `prefix`: it starts with the prefix's
 // first `prefix_len` characters and contains neither "_readed" nor ".pb".
 bool file_name_qualifies(const char* name, const char* prefix, size_t prefix_len);
 
 // Composes into `path_out` (kFilePathSize bytes) the full path of `name`, found while searching
-// `dir` with `cwd` as the working directory: `dir` is either the top directory itself (when it
-// starts with `cwd`) or the bare name of one of its subdirectories. Returns false, with
-// `path_out` cleared, when the path with a comma and its NUL does not fit.
-bool compose_found_path(const char* cwd, const char* dir, const char* name, char* path_out);
+// `dir` below the top directory `top`: `dir` is either the top directory itself (when it starts
+// with `top`) or the bare name of one of its subdirectories. Returns false, with `path_out`
+// cleared, when the path with a comma and its NUL does not fit.
+bool compose_found_path(const char* top, const char* dir, const char* name, char* path_out);
 
-// Opens `path` for reading only if it is a regular file at the moment of opening: a symlink is
-// not followed and a FIFO or device is never waited on. Returns the descriptor, or -1 otherwise.
-int open_regular_file(const char* path);
+// Opens `name` in the directory open on `dir_fd` for reading only if it is a regular file at the
+// moment of opening: a symlink is not followed and a FIFO or device is never waited on. Returns
+// the descriptor, or -1 otherwise.
+int open_regular_at(int dir_fd, const char* name);

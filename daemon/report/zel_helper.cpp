@@ -2,9 +2,11 @@
 
 #include "zel_helper.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <string>
@@ -51,23 +53,37 @@ uint32_t format_record_header(char* buf, size_t size) {
                                          : static_cast<uint32_t>(size - 1);
 }
 
-// Writes `line` and a newline to the local record file, starting the file afresh once it has
-// reached 4 GiB.
+// Appends `line` and a newline to the local record file, starting the file afresh once it has
+// reached 4 GiB. This is the one place a local line is written. The line goes out in one write,
+// not through the stream's buffer, so each line is in the file whole before the next record is
+// built and a kill loses at most the line under way.
 void write_local_record(const char* line) {
     FILE* fp = g_local_file;
     if (fp == nullptr) return;
-    // A failed ftell reads as a huge position and also starts the file afresh. The stream appends,
-    // so a rewind alone would not shrink it: flush what is buffered, then empty the file. Write
-    // errors are not acted on: the line has gone to the SDK already and the next line tries again.
-    unsigned long pos = static_cast<unsigned long>(ftell(fp));
-    if (pos >= LOCAL_FILE_LIMIT) {
-        (void)fflush(fp);
-        if (ftruncate(fileno(fp), 0) != 0) {
+    const int fd = fileno(fp);
+    // Appending leaves the offset at the end of the file. A failed lseek (a FIFO) reads as a huge
+    // position and also starts the file afresh, which on a FIFO changes nothing.
+    off_t pos = lseek(fd, 0, SEEK_CUR);
+    if (pos < 0 || static_cast<unsigned long long>(pos) >= LOCAL_FILE_LIMIT) {
+        if (ftruncate(fd, 0) != 0) {
             // Not a regular file: nothing to empty; the rewind below is all that can be done.
         }
-        (void)fseek(fp, 0, SEEK_SET);
+        (void)lseek(fd, 0, SEEK_SET);
     }
-    (void)fprintf(fp, "%s\n", line);
+    char newline[] = "\n";
+    struct iovec iov[2] = {{const_cast<char*>(line), strlen(line)}, {newline, 1}};
+    // Write errors (a FIFO whose reader has gone, the file-size limit) are not acted on: the line
+    // has gone to the SDK already and the next line tries again.
+    while (iov[1].iov_len != 0) {
+        ssize_t n = writev(fd, iov[0].iov_len != 0 ? iov : iov + 1, iov[0].iov_len != 0 ? 2 : 1);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return;
+        size_t done = static_cast<size_t>(n);
+        size_t head = done < iov[0].iov_len ? done : iov[0].iov_len;
+        iov[0].iov_base = static_cast<char*>(iov[0].iov_base) + head;
+        iov[0].iov_len -= head;
+        if (done > head) iov[1].iov_len = 0;
+    }
 }
 
 // Frames one line in `ub` (the header, written on first use, then frame_line's part). Sends the

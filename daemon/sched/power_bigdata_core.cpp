@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <chrono>
+#include <system_error>
 
 #include "collector_table.h"
 #include "collectors.h"
@@ -105,7 +106,16 @@ PowerBigDataCore::PowerBigDataCore() : mStarted(false), mRunning(true), mAppName
     DeviceProperties::getInstance();
     PowerZELHelper::getInstance();
     Start();
-    mThread = std::thread(&PowerBigDataCore::MainThread, this);
+    try {
+        mThread = std::thread(&PowerBigDataCore::MainThread, this);
+    } catch (const std::system_error& e) {
+        // No worker (no memory for its stack, a thread limit): start-up ends with an error.
+        TLOGE("cannot create the sampling thread: %s", e.what());
+    }
+}
+
+bool PowerBigDataCore::hasWorker() const {
+    return mThread.joinable();
 }
 
 PowerBigDataCore::~PowerBigDataCore() {

@@ -72,6 +72,8 @@ class PowerBigDataCore : public BigDataCore {
     // Closes the start gate; the worker parks after its current sleep or tick.
     void stopSampling();
     std::string getAppName();
+    // False when the sampling thread could not be created; the daemon then ends.
+    bool hasWorker() const;
 
   private:
     PowerBigDataCore();

@@ -3,6 +3,8 @@
 // hints, then a stop in the middle of a tick. The daemon stays up with its descriptors, never
 // ships what a link points at, keeps reporting and ends with status 0.
 #include <fcntl.h>
+#include <stdio.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -113,6 +115,83 @@ TEST(FaultE2E, PhoneBacklogShippedOnceThenHostileCrashDirectories) {
         EXPECT_EQ("FLICK " + n + "\\n", f.substr(f.find(',', at) + 1)) << "torn file " << n;
     }
     EXPECT_EQ(0, d.sim.stop());
+}
+
+// Renames `from` to `to` where `from` exists (a link is moved, never followed).
+void move_if_there(const std::string& from, const std::string& to) {
+    struct stat st;
+    if (lstat(from.c_str(), &st) == 0) rename(from.c_str(), to.c_str());
+}
+
+// Crash directories that race the daemon, which runs without root's override of file modes: a
+// crash directory that can be listed but not searched, with directories of the same names where
+// the working directory may be; then a subdirectory, a whole crash directory and a file swapped
+// with symlinks to an outside directory in a tight loop. Nothing outside is opened, shipped or
+// renamed, while the files inside go on being shipped.
+TEST(FaultE2E, UnsearchableDirectoriesAndSwappedLinksNeverLeadOutside) {
+    const std::string drop = "-dac_override,-dac_read_search";
+    tarn_test::SimRun sim(tarn_test::SimOptions(),
+                          {"/usr/bin/setpriv", "--inh-caps=" + drop, "--bounding-set=" + drop, "--",
+                           tarn_test::daemon_path(), "--daemon", "--stab", "1"});
+    const std::string root = sim.root(), outside = root + "/data/outside";
+    const std::string tomb = root + "/data/tombstones", anr = root + "/data/anr",
+                      perf = root + "/sdcard/Perfdump";
+    for (const char* n : {"tombstone_o", "status_o", "anr_o"})
+        write_file(outside + "/" + n, kSecret);
+    // A subdirectory of the unsearchable directory, and directories of its name where the working
+    // directory is or may have been left.
+    for (const std::string& d : {root, tomb}) write_file(d + "/dsub/anr_zz", kSecret);
+    unlink((anr + "/anr_2024-03-11-10-20-33-118").c_str());
+    write_file(anr + "/dsub/anr_in", "INSIDE");
+    ASSERT_EQ(0, chmod(anr.c_str(), 0444));
+    EXPECT_TRUE(sim.wait_for_log("open dsub failed")) << sim.log();
+    EXPECT_FALSE(any_contains(sim.records(), kSecret)) << "a file outside was shipped";
+    ASSERT_EQ(0, chmod(anr.c_str(), 0755));
+
+    int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(watch, outside.c_str(), IN_OPEN | IN_ACCESS | IN_MOVE | IN_DELETE),
+              0);
+    write_file(tomb + "/sub/tombstone_s", "INSIDE");
+    write_file(perf + "/status_x", "INSIDE");
+    ASSERT_EQ(0, symlink("/data/outside", (tomb + "/alt").c_str()));
+    ASSERT_EQ(0, symlink("/data/outside", (anr + "_alt").c_str()));
+    ASSERT_EQ(0, symlink("/data/outside/status_o", (perf + "/status_y").c_str()));
+    const std::vector<std::pair<std::string, std::string>> swaps = {
+        {tomb + "/sub", tomb + "/alt"},
+        {anr, anr + "_alt"},
+        {perf + "/status_x", perf + "/status_y"}};
+    auto real_dir = [](const std::string& a, const std::string& b) {
+        struct stat st;
+        return lstat(a.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? a : b;
+    };
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::seconds(tarn_fault::long_form() ? 60 : 4);
+    size_t swapped = 0;
+    for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
+        for (const auto& [a, b] : swaps)
+            swapped += renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0;
+        if (i % 64 != 0) continue;
+        // Shipped files come back under their names, the links that a rename met as well.
+        const std::string t = real_dir(tomb + "/sub", tomb + "/alt") + "/tombstone_s";
+        const std::string a = real_dir(anr, anr + "_alt") + "/dsub/anr_in";
+        for (const std::string& f : {t, a, perf + "/status_x", perf + "/status_y"})
+            move_if_there(f + "_readed", f);
+    }
+    EXPECT_EQ(0, sim.stop());
+
+    inotify_event ev[16];
+    EXPECT_EQ(-1, read(watch, ev, sizeof(ev))) << "something outside was opened or moved";
+    close(watch);
+    const std::vector<std::string> records = sim.records();
+    EXPECT_FALSE(any_contains(records, kSecret)) << "a file outside was shipped";
+    size_t inside = 0;
+    for (const std::string& r : records) inside += r.find(",INSIDE") != std::string::npos;
+    EXPECT_LE(4u, inside) << "the race was not run: too few files shipped";
+    EXPECT_LE(1000u, swapped) << "the race was not run: too few swaps";
+    for (const std::string& d : {root, tomb})
+        EXPECT_EQ(0, access((d + "/dsub/anr_zz").c_str(), F_OK));
+    for (const char* n : {"tombstone_o", "status_o", "anr_o"})
+        EXPECT_EQ(0, access((outside + "/" + n).c_str(), F_OK)) << n;
 }
 
 std::string campaign_file(const std::string& bytes, int i) {

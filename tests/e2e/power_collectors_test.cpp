@@ -1,7 +1,8 @@
 // The real daemon on the animated phone8 device: every power and performance collector uploads
 // its record, behind the record header and the application name; the statistics script that it
-// starts inherits none of the daemon's files.
+// starts inherits none of the daemon's files and none of its signal settings.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdio.h>
 
 #include <regex>
@@ -56,7 +57,8 @@ TEST(PowerCollectorsE2E, EveryCollectorReportsAndTheScriptInheritsOnlyStandardSt
 
     std::string script = sim.root() + "/data/local/tmp/ps.sh";
     tarn_test::write_file(script + ".new",
-                          "#!/bin/sh\nfind /proc/$$/fd -mindepth 1 -printf '%f %l\\n'\necho end\n");
+                          "#!/bin/sh\nfind /proc/$$/fd -mindepth 1 -printf '%f %l\\n'\n"
+                          "grep -E '^Sig(Blk|Ign)' /proc/$$/status\necho end\n");
     chmod((script + ".new").c_str(), 0755);
     ASSERT_EQ(0, rename((script + ".new").c_str(), script.c_str()));
     EXPECT_EQ(0, sim.control({"campaign", "start", "--text",
@@ -101,8 +103,14 @@ TEST(PowerCollectorsE2E, EveryCollectorReportsAndTheScriptInheritsOnlyStandardSt
     }
     EXPECT_EQ(3u, standard.size()) << listing;
     EXPECT_EQ("", inherited);
+    // Nor the signals the daemon ignores, nor a signal mask. (The C library's own real-time
+    // signals may show as ignored: its spawn leaves them so.)
+    std::smatch sig;
+    ASSERT_TRUE(std::regex_search(listing, sig, std::regex(R"(SigBlk:\\t(\w+)\\nSigIgn:\\t(\w+))")));
+    EXPECT_EQ(0u, std::stoull(sig[1], nullptr, 16));
+    EXPECT_EQ(0u, std::stoull(sig[2], nullptr, 16) & (1u << (SIGPIPE - 1) | 1u << (SIGXFSZ - 1)));
     EXPECT_EQ(0, sim.stop());
-    // The local file got the lines, flushed at exit.
+    // The local file got the lines.
     EXPECT_NE(std::string::npos,
               tarn_test::read_file(sim.root() + kLocal).find(kPrefix + std::string("battery,")));
 }

@@ -36,7 +36,7 @@ std::string field(const uint8_t** data, size_t* size, size_t max) {
 
 }  // namespace
 
-// Input: the working directory, the searched directory, the file name, the header, the
+// Input: the top directory, the searched directory, the file name, the header, the
 // application name (each a length byte and its bytes), two bytes scaling the content, then the
 // content.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -1,6 +1,7 @@
 // File upload in the simulator sandbox: which files qualify, renames, cuts, the local copy, and
 // the hazards of a crash directory (symlinks, FIFOs, loops, paths too long for the buffer).
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -140,8 +141,8 @@ TEST_F(FileUploadTest, NeverReadsThroughLinksFifosOrCutPaths) {
     EXPECT_EQ(listing(), (Names{fits + "_", too_long, "tombstone_link", "tombstone_fifo"}));
 
     // Swapped in after the scan: refused, and the FIFO without a writer does not block.
-    EXPECT_EQ(open_regular_file((kDir + "/tombstone_link").c_str()), -1);
-    EXPECT_EQ(open_regular_file((kDir + "/tombstone_fifo").c_str()), -1);
+    EXPECT_EQ(open_regular_at(AT_FDCWD, (kDir + "/tombstone_link").c_str()), -1);
+    EXPECT_EQ(open_regular_at(AT_FDCWD, (kDir + "/tombstone_fifo").c_str()), -1);
 }
 
 }  // namespace
